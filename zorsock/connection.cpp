@@ -1,0 +1,192 @@
+#include "zorsock/connection.h"
+
+#include "zorsock/dial.h"
+
+namespace zorsock {
+
+bool ConnectionOptions::Check(std::string* why) const {
+  if (connect_timeout.count() <= 0 || reply_timeout.count() <= 0) {
+    if (why) *why = "time-outs must be positive";
+    return false;
+  }
+  if (frame_queue == 0) {
+    if (why) *why = "the frame queue needs room for at least one frame";
+    return false;
+  }
+  return true;
+}
+
+Connection::Connection(const ConnectionOptions& options, ErrorQueue& errors)
+    : options_(options), errors_(errors), socket_(io_), frames_(options.frame_queue) {}
+
+int Connection::Open(const std::string& server, uint32_t flags, const ConnectionOptions& options,
+                     ErrorQueue& errors, std::unique_ptr<Connection>* out) {
+  if (!options.Check(nullptr)) return ZOR_ERR_HANDSHAKE;
+  const auto address = ParseServerAddress(server, ZOR_DEFAULT_PORT);
+  if (!address) return ZOR_ERR_RESOLVE;
+
+  std::unique_ptr<Connection> c(new Connection(options, errors));
+  const auto deadline = Clock::now() + options.connect_timeout;
+  Dialer dialer(c->io_);
+  if (const int code = dialer.Connect(*address, deadline); code != 0) return code;
+  wire::Hello hello;
+  hello.role = wire::Role::kClient;
+  hello.flags = flags;
+  hello.identity = options.identity;
+  wire::Welcome welcome;
+  std::string why;
+  if (const int code = dialer.Handshake(hello, deadline, &welcome, &why); code != 0) return code;
+
+  c->description_ = welcome.description;
+  c->socket_ = std::move(dialer.socket());
+  c->Start();
+  *out = std::move(c);
+  return welcome.session;
+}
+
+Connection::~Connection() {
+  {
+    std::lock_guard lock(mu_);
+    open_ = false;  // zorDone: the end of the link is not an error to report
+  }
+  replied_.notify_all();
+  asio::post(io_, [this] {
+    std::error_code ignored;
+    socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
+    socket_.close(ignored);
+  });
+  if (thread_.joinable()) thread_.join();
+}
+
+void Connection::Start() {
+  io_.restart();
+  ReadHeader();
+  thread_ = std::thread([this] { io_.run(); });
+}
+
+bool Connection::open() const {
+  std::lock_guard lock(mu_);
+  return open_;
+}
+
+std::vector<ZORCamera> Connection::cameras() const {
+  std::lock_guard lock(mu_);
+  return cameras_;
+}
+
+void Connection::ReadHeader() {
+  asio::async_read(socket_, asio::buffer(header_bytes_), [this](std::error_code ec, size_t) {
+    if (ec) return Fail(ZOR_CONNECTION_LOST);
+    const auto header = wire::DecodeHeader(header_bytes_, nullptr);
+    if (!header) return Fail(ZOR_PROTOCOL_ERROR);
+    header_ = *header;
+    ReadPayload();
+  });
+}
+
+void Connection::ReadPayload() {
+  payload_.resize(header_.payload_size());
+  asio::async_read(socket_, asio::buffer(payload_), [this](std::error_code ec, size_t) {
+    if (ec) return Fail(ZOR_CONNECTION_LOST);
+    Dispatch(header_.type);
+  });
+}
+
+void Connection::Dispatch(wire::Type type) {
+  const uint8_t* p = payload_.data();
+  const size_t n = payload_.size();
+  switch (type) {
+    case wire::Type::kFrame: {
+      auto frame = wire::DecodeFrame(p, n);
+      if (!frame) return Fail(ZOR_PROTOCOL_ERROR);
+      frames_.Push(std::move(*frame));
+      break;
+    }
+    case wire::Type::kCameras: {
+      auto cameras = wire::DecodeCameras(p, n);
+      if (!cameras) return Fail(ZOR_PROTOCOL_ERROR);
+      std::lock_guard lock(mu_);
+      cameras_ = std::move(*cameras);
+      break;
+    }
+    case wire::Type::kReply: {
+      auto reply = wire::DecodeReply(p, n);
+      if (!reply) return Fail(ZOR_PROTOCOL_ERROR);
+      {
+        std::lock_guard lock(mu_);
+        auto it = waiting_.find(reply->seq);
+        if (it == waiting_.end()) break;  // its caller gave up
+        it->second = std::move(*reply);
+      }
+      replied_.notify_all();
+      break;
+    }
+    case wire::Type::kFinished:
+      return Fail(ZOR_FINISHED);
+    default:  // handshake messages have no place in a running session
+      return Fail(ZOR_PROTOCOL_ERROR);
+  }
+  ReadHeader();
+}
+
+void Connection::Send(std::shared_ptr<const wire::Bytes> bytes) {
+  outgoing_.push_back(std::move(bytes));
+  if (outgoing_.size() == 1) WriteNext();
+}
+
+void Connection::WriteNext() {
+  asio::async_write(socket_, asio::buffer(*outgoing_.front()), [this](std::error_code ec, size_t) {
+    if (ec) {
+      outgoing_.clear();
+      return Fail(ZOR_CONNECTION_LOST);
+    }
+    outgoing_.pop_front();
+    if (!outgoing_.empty()) WriteNext();
+  });
+}
+
+void Connection::Fail(int code) {
+  {
+    std::lock_guard lock(mu_);
+    if (!open_) return;
+    open_ = false;
+  }
+  if (code != 0) errors_.Push(code);
+  std::error_code ignored;
+  socket_.close(ignored);
+  replied_.notify_all();
+}
+
+std::optional<wire::Reply> Connection::Call(wire::Request request, int* error) {
+  std::unique_lock lock(mu_);
+  if (!open_) {
+    *error = ZOR_NOT_CONNECTED;
+    return std::nullopt;
+  }
+  request.seq = ++next_seq_;
+  const uint32_t seq = request.seq;
+  auto slot = waiting_.emplace(seq, std::nullopt).first;
+  auto bytes = std::make_shared<const wire::Bytes>(wire::EncodeRequest(request));
+  asio::post(io_, [this, bytes] { Send(bytes); });
+
+  const bool answered = replied_.wait_for(lock, options_.reply_timeout,
+                                          [&] { return slot->second.has_value() || !open_; });
+  std::optional<wire::Reply> reply = std::move(slot->second);
+  waiting_.erase(slot);
+  if (reply) return reply;
+  if (!answered && open_) {
+    // No answer in time: the server is stuck or gone. Give up the link.
+    open_ = false;
+    lock.unlock();
+    *error = ZOR_TIMED_OUT;
+    asio::post(io_, [this] {
+      std::error_code ignored;
+      socket_.close(ignored);
+    });
+    return std::nullopt;
+  }
+  *error = 0;  // the link ended while waiting; its error is already queued
+  return std::nullopt;
+}
+
+}  // namespace zorsock

@@ -1,0 +1,125 @@
+#include "zorsock/frame_queue.h"
+
+#include <gtest/gtest.h>
+
+namespace zorsock {
+namespace {
+
+wire::Frame MakeFrame(int number, int markers, int rigids) {
+  wire::Frame f;
+  f.number = number;
+  f.time_us = number * 1000;
+  for (int i = 0; i < markers; ++i) f.markers.push_back({i, number, float(i), 0, 0, 1, 1});
+  for (int i = 0; i < rigids; ++i) f.rigids.push_back({i, number, {0, 0, 0, 1, 0, 0, 0}, 1, 3});
+  return f;
+}
+
+TEST(FrameQueue, HeadKindsAreHandedOutOnceThenTheHeadMovesOn) {
+  FrameQueue q;
+  q.Push(MakeFrame(1, 2, 1));
+  q.Push(MakeFrame(2, 2, 1));
+  EXPECT_TRUE(q.HeadHas(Kind::kMarkers));
+  EXPECT_TRUE(q.HeadHas(Kind::kRigids));
+  EXPECT_FALSE(q.HeadHas(Kind::kImages));
+
+  ZORMarker m[8];
+  ZORRigid r[8];
+  ASSERT_EQ(q.Take(Kind::kMarkers, m, 8), 2);
+  EXPECT_EQ(m[0].frame, 1);
+  EXPECT_FALSE(q.HeadHas(Kind::kMarkers));  // taken, and frame 1 is still the head
+  EXPECT_EQ(q.Take(Kind::kMarkers, m, 8), 0);
+  ASSERT_EQ(q.Take(Kind::kRigids, r, 8), 1);
+  EXPECT_EQ(r[0].frame, 1);
+  // Frame 1 is done: frame 2 is the head.
+  EXPECT_TRUE(q.HeadHas(Kind::kMarkers));
+  ASSERT_EQ(q.Take(Kind::kRigids, r, 8), 1);
+  EXPECT_EQ(r[0].frame, 2);
+  ASSERT_EQ(q.Take(Kind::kMarkers, m, 8), 2);
+  EXPECT_EQ(m[1].frame, 2);
+  EXPECT_EQ(q.size(), 0u);
+}
+
+TEST(FrameQueue, CapacityLimitsTheCopyButTakesTheKind) {
+  FrameQueue q;
+  q.Push(MakeFrame(1, 5, 0));
+  ZORMarker m[2];
+  EXPECT_EQ(q.Take(Kind::kMarkers, m, 2), 2);
+  EXPECT_EQ(q.size(), 0u);
+}
+
+TEST(FrameQueue, EmptyFramesAreNotQueuedButAdvanceTheNumber) {
+  FrameQueue q;
+  q.Push(MakeFrame(1, 1, 0));
+  q.Push(MakeFrame(2, 0, 0));
+  q.Push(MakeFrame(3, 0, 0));
+  EXPECT_EQ(q.newest(), 3);
+  EXPECT_EQ(q.size(), 1u);
+  EXPECT_EQ(q.head_time_us(), 1000);  // the head's clock, not the newest
+  ZORMarker m[1];
+  q.Take(Kind::kMarkers, m, 1);
+  EXPECT_EQ(q.head_time_us(), 3000);  // nothing queued: the newest presented
+}
+
+TEST(FrameQueue, FullQueueDropsOldestAndCounts) {
+  FrameQueue q(3);
+  for (int n = 1; n <= 5; ++n) q.Push(MakeFrame(n, 1, 0));
+  EXPECT_EQ(q.dropped(), 2);
+  ZORMarker m[1];
+  q.Take(Kind::kMarkers, m, 1);
+  EXPECT_EQ(m[0].frame, 3);
+}
+
+TEST(FrameQueue, RestartedNumberingDiscardsTheOldFrames) {
+  FrameQueue q;
+  for (int n = 100; n < 104; ++n) q.Push(MakeFrame(n, 1, 0));
+  q.Push(MakeFrame(1, 1, 0));
+  EXPECT_EQ(q.newest(), 1);
+  EXPECT_EQ(q.size(), 1u);
+  EXPECT_EQ(q.dropped(), 0);
+  ZORMarker m[1];
+  q.Take(Kind::kMarkers, m, 1);
+  EXPECT_EQ(m[0].frame, 1);
+}
+
+TEST(FrameQueue, AFrameArrivingMidRoundWaitsForTheNextRound) {
+  FrameQueue q;
+  q.Push(MakeFrame(1, 1, 1));
+  ZORMarker m[4];
+  ZORRigid r[4];
+  // A round finds frame 1 and takes it.
+  ASSERT_TRUE(q.HeadHas(Kind::kMarkers));
+  ASSERT_TRUE(q.HeadHas(Kind::kRigids));
+  EXPECT_EQ(q.newest(), 1);
+  q.Take(Kind::kMarkers, m, 4);
+  q.Take(Kind::kRigids, r, 4);
+
+  // The next round asks about markers while nothing is there; frame 2 comes
+  // in before it asks about rigids. The round must not see half of frame 2.
+  EXPECT_FALSE(q.HeadHas(Kind::kMarkers));
+  q.Push(MakeFrame(2, 1, 1));
+  EXPECT_FALSE(q.HeadHas(Kind::kRigids));
+  EXPECT_EQ(q.newest(), 1);
+
+  // The round after sees all of it.
+  EXPECT_TRUE(q.HeadHas(Kind::kMarkers));
+  EXPECT_TRUE(q.HeadHas(Kind::kRigids));
+  EXPECT_EQ(q.newest(), 2);
+}
+
+TEST(FrameQueue, TakingWithoutAskingStillGetsFrames) {
+  FrameQueue q;
+  q.Push(MakeFrame(1, 2, 0));
+  ZORMarker m[4];
+  EXPECT_EQ(q.Take(Kind::kMarkers, m, 4), 2);
+}
+
+TEST(FrameQueue, NothingQueuedGivesNothing) {
+  FrameQueue q;
+  ZORMarker m[1];
+  EXPECT_FALSE(q.HeadHas(Kind::kMarkers));
+  EXPECT_EQ(q.Take(Kind::kMarkers, m, 1), 0);
+  EXPECT_EQ(q.Take(Kind::kDetectors, m, 1), 0);
+}
+
+}  // namespace
+}  // namespace zorsock

@@ -1,0 +1,183 @@
+#include "zorsock/wire.h"
+
+#include <gtest/gtest.h>
+
+namespace zorsock::wire {
+namespace {
+
+// Splits an encoded message into its checked header and payload.
+struct Split {
+  Header header;
+  const uint8_t* payload;
+  size_t size;
+};
+
+Split SplitMessage(const Bytes& bytes) {
+  std::string why;
+  auto header = DecodeHeader(bytes.data(), &why);
+  EXPECT_TRUE(header) << why;
+  EXPECT_EQ(header->length + 4, bytes.size());
+  return {*header, bytes.data() + kHeaderSize, bytes.size() - kHeaderSize};
+}
+
+TEST(Wire, HelloRoundTripAndWrongMagic) {
+  Hello hello;
+  hello.role = Role::kControl;
+  hello.flags = ZOR_FLAG_SLAVE | ZOR_FLAG_CALIBRATE;
+  hello.identity = "tester";
+  Bytes bytes = EncodeHello(hello);
+  auto s = SplitMessage(bytes);
+  EXPECT_EQ(s.header.type, Type::kHello);
+  auto back = DecodeHello(s.payload, s.size);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->version, kVersion);
+  EXPECT_EQ(back->role, Role::kControl);
+  EXPECT_EQ(back->flags, hello.flags);
+  EXPECT_EQ(back->identity, "tester");
+
+  bytes[kHeaderSize] ^= 0xFF;  // not our magic: some other program
+  EXPECT_FALSE(DecodeHello(bytes.data() + kHeaderSize, bytes.size() - kHeaderSize));
+}
+
+TEST(Wire, RequestAndReplyRoundTrip) {
+  Request request;
+  request.seq = 77;
+  request.op = Op::kMarkerFloats;
+  request.target = (3 << 12) | 5;
+  request.code = ZOR_MARKER_POSITION;
+  request.floats = {1.5f, -2, 3};
+  request.text = "x";
+  const Bytes bytes = EncodeRequest(request);
+  auto s = SplitMessage(bytes);
+  auto back = DecodeRequest(s.payload, s.size);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->seq, 77u);
+  EXPECT_EQ(back->op, Op::kMarkerFloats);
+  EXPECT_EQ(back->target, request.target);
+  EXPECT_EQ(back->floats, request.floats);
+  EXPECT_TRUE(back->ints.empty());
+  EXPECT_EQ(back->text, "x");
+
+  Reply reply;
+  reply.seq = 77;
+  reply.status = ZOR_INVALID_OPERATION;
+  reply.ints = {1, 2};
+  const Bytes reply_bytes = EncodeReply(reply);
+  auto r = SplitMessage(reply_bytes);
+  auto reply_back = DecodeReply(r.payload, r.size);
+  ASSERT_TRUE(reply_back);
+  EXPECT_EQ(reply_back->status, ZOR_INVALID_OPERATION);
+  EXPECT_EQ(reply_back->ints, reply.ints);
+}
+
+TEST(Wire, FrameRoundTripKeepsEveryRecord) {
+  Frame frame;
+  frame.number = 12;
+  frame.time_us = 1234567890123;
+  frame.markers = {{4096, 12, 1, 2, 3, 0.5f, 2}, {4097, 12, 4, 5, 6, 0, 0}};
+  frame.rigids = {{1, 12, {1, 2, 3, 1, 0, 0, 0}, 1, 4}};
+  frame.images = {{0, 12, 7, 100.5f, 200.25f, 3, 0.8f, 0}};
+  frame.detectors = {{0, 12, 1, 1280, 1024, 1400, 500, 35, 0, 0}};
+  const Bytes bytes = EncodeFrame(frame);
+  auto s = SplitMessage(bytes);
+  auto back = DecodeFrame(s.payload, s.size);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->number, 12);
+  EXPECT_EQ(back->time_us, frame.time_us);
+  ASSERT_EQ(back->markers.size(), 2u);
+  EXPECT_EQ(back->markers[1].id, 4097);
+  EXPECT_FLOAT_EQ(back->markers[0].z, 3);
+  ASSERT_EQ(back->rigids.size(), 1u);
+  EXPECT_FLOAT_EQ(back->rigids[0].pose[2], 3);
+  ASSERT_EQ(back->images.size(), 1u);
+  EXPECT_FLOAT_EQ(back->images[0].v, 200.25f);
+  ASSERT_EQ(back->detectors.size(), 1u);
+  EXPECT_EQ(back->detectors[0].width, 1280);
+}
+
+TEST(Wire, OversizedFrameIsCutToFitImagesFirst) {
+  Frame frame;
+  frame.markers.resize(10);
+  frame.images.resize(kMaxMessage / sizeof(ZORImage) + 10);
+  const Bytes bytes = EncodeFrame(frame);
+  EXPECT_LE(bytes.size() - 4, kMaxMessage);
+  auto s = SplitMessage(bytes);
+  auto back = DecodeFrame(s.payload, s.size);
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->markers.size(), 10u);
+  EXPECT_LT(back->images.size(), frame.images.size());
+}
+
+TEST(Wire, HeaderRejectsBadLengthsAndTypes) {
+  auto header = [](uint32_t length, uint16_t type) {
+    uint8_t b[kHeaderSize];
+    std::memcpy(b, &length, 4);
+    std::memcpy(b + 4, &type, 2);
+    std::string why;
+    return DecodeHeader(b, &why).has_value();
+  };
+  EXPECT_TRUE(header(2, 8));
+  EXPECT_TRUE(header(kMaxMessage, 6));
+  EXPECT_FALSE(header(1, 6));               // shorter than the type itself
+  EXPECT_FALSE(header(kMaxMessage + 1, 6));  // oversized
+  EXPECT_FALSE(header(0xFFFFFFFF, 6));
+  EXPECT_FALSE(header(10, 0));
+  EXPECT_FALSE(header(10, 99));
+}
+
+TEST(Wire, TruncatedOrPaddedPayloadsAreRejected) {
+  Frame frame;
+  frame.number = 3;
+  frame.markers.resize(4);
+  const Bytes bytes = EncodeFrame(frame);
+  const uint8_t* p = bytes.data() + kHeaderSize;
+  const size_t n = bytes.size() - kHeaderSize;
+  for (size_t cut = 0; cut < n; ++cut) EXPECT_FALSE(DecodeFrame(p, cut)) << cut;
+  Bytes padded(p, p + n);
+  padded.push_back(0);
+  EXPECT_FALSE(DecodeFrame(padded.data(), padded.size()));
+}
+
+TEST(Wire, HostileCountsDoNotAllocate) {
+  // A frame that claims four billion markers in a few bytes.
+  Bytes payload(4 + 8 + 16, 0);
+  const uint32_t huge = 0xFFFFFFFF;
+  std::memcpy(payload.data() + 12, &huge, 4);
+  EXPECT_FALSE(DecodeFrame(payload.data(), payload.size()));
+
+  Reply reply;
+  Bytes bytes = EncodeReply(reply);
+  std::memcpy(bytes.data() + kHeaderSize + 8, &huge, 4);  // the ints count
+  EXPECT_FALSE(DecodeReply(bytes.data() + kHeaderSize, bytes.size() - kHeaderSize));
+}
+
+TEST(Wire, UnknownRequestOpIsRejected) {
+  Request request;
+  Bytes bytes = EncodeRequest(request);
+  const uint16_t bad = 999;
+  std::memcpy(bytes.data() + kHeaderSize + 4, &bad, 2);
+  EXPECT_FALSE(DecodeRequest(bytes.data() + kHeaderSize, bytes.size() - kHeaderSize));
+}
+
+TEST(Wire, DiscoveryDatagrams) {
+  const Bytes query = EncodeQuery({"configtoolbar"});
+  auto q = DecodeQuery(query.data(), query.size());
+  ASSERT_TRUE(q);
+  EXPECT_EQ(q->identity, "configtoolbar");
+  EXPECT_FALSE(DecodeAnswer(query.data(), query.size()));  // a query is no answer
+
+  DiscoveryAnswer answer;
+  answer.host = "10.0.0.5";
+  answer.port = 9000;
+  answer.description = "zord 0.1  lab";
+  const Bytes a = EncodeAnswer(answer);
+  auto back = DecodeAnswer(a.data(), a.size());
+  ASSERT_TRUE(back);
+  EXPECT_EQ(back->host, "10.0.0.5");
+  EXPECT_EQ(back->port, 9000);
+  EXPECT_EQ(back->description, "zord 0.1  lab");
+  EXPECT_FALSE(DecodeAnswer(a.data(), a.size() - 1));
+}
+
+}  // namespace
+}  // namespace zorsock::wire
