@@ -1,0 +1,268 @@
+// Peers that are not well-behaved clients, on both sides: hostile or broken
+// clients must not hurt the server, and servers that refuse, stay silent or
+// talk nonsense must not hang the library.
+#include <gtest/gtest.h>
+
+#include <asio.hpp>
+#include <thread>
+
+#include "testing/zord_process.h"
+#include "zord/server.h"
+#include "zord/server_test_support.h"
+#include "zorsock/wire.h"
+
+namespace zord {
+namespace {
+
+namespace wire = zorsock::wire;
+using asio::ip::tcp;
+using zortest::TakeErrors;
+using zortest::WaitFor;
+
+// Just enough engine: a number of markers a frame.
+class OneMarkerEngine : public Engine {
+ public:
+  std::atomic<int> markers{1};
+  void Step(int32_t number, double, int64_t, FrameData& out) override {
+    out.markers.assign(markers, ZORMarker{1 << 12, number, 1, 2, 3, 1, 2});
+  }
+  std::vector<ZORCamera> Cameras() const override { return {}; }
+  void SessionOpened(const ClientContext&) override {}
+  void SessionClosed(const ClientContext&) override {}
+  int TrackerOp(const ClientContext&, int, int) override { return 0; }
+  int TrackerOpi(const ClientContext&, int, int, int) override { return 0; }
+  int TrackerOpf(const ClientContext&, int, int, float) override { return 0; }
+  int MarkerInts(const ClientContext&, int, int, const std::vector<int32_t>&) override { return 0; }
+  int MarkerFloats(const ClientContext&, int, int, const std::vector<float>&) override { return 0; }
+  int SetInteger(const ClientContext&, int, int) override { return 0; }
+  int SetFloats(const ClientContext&, int, const std::vector<float>&) override { return 0; }
+  int GetFloats(const ClientContext&, int, std::vector<float>&) override { return ZOR_INVALID_ENUM; }
+  int GetInts(const ClientContext&, int, std::vector<int32_t>&) override { return ZOR_INVALID_ENUM; }
+  int GetString(const ClientContext&, int, std::string&) override { return ZOR_INVALID_ENUM; }
+  std::string Control(const std::string&) override { return "{}"; }
+};
+
+class PeersTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ServerOptions options;
+    options.port = 0;
+    options.discovery_port = 0;
+    options.frequency = 480;
+    options.limits.handshake_timeout = std::chrono::milliseconds(500);
+    options.limits.max_queued_frames = 16;
+    server_ = std::make_unique<Server>(engine_, options);
+    std::string error;
+    ASSERT_TRUE(server_->Start(&error)) << error;
+  }
+  void TearDown() override {
+    zorDone();
+    TakeErrors();
+  }
+  std::string Address() const { return "127.0.0.1:" + std::to_string(server_->port()); }
+
+  tcp::socket Raw() {
+    tcp::socket s(io_);
+    s.connect({asio::ip::make_address("127.0.0.1"), static_cast<uint16_t>(server_->port())});
+    return s;
+  }
+
+  // A well-behaved client still gets streamed frames.
+  void ExpectServerStillServes() {
+    ASSERT_GE(zorInit(Address().c_str(), 0), 0);
+    ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+    zortest::FrameFetcher f;
+    EXPECT_TRUE(WaitFor([&] { return f.Fetch() == 1 && !f.markers.empty(); }));
+    zorDone();
+  }
+
+  // Whether the server closed this connection within a few seconds.
+  static bool ClosedByServer(tcp::socket& s) {
+    s.non_blocking(true);
+    return WaitFor([&] {
+      uint8_t b[4096];
+      std::error_code ec;
+      s.read_some(asio::buffer(b), ec);
+      return ec && ec != asio::error::would_block;
+    }, 5);
+  }
+
+  asio::io_context io_;
+  OneMarkerEngine engine_;
+  std::unique_ptr<Server> server_;
+};
+
+TEST_F(PeersTest, GarbageIsDisconnected) {
+  auto s = Raw();
+  const std::string garbage = "GET / HTTP/1.1\r\nHost: zord\r\n\r\n";
+  asio::write(s, asio::buffer(garbage));
+  EXPECT_TRUE(ClosedByServer(s));
+  ExpectServerStillServes();
+}
+
+TEST_F(PeersTest, OversizedLengthIsDisconnectedWithoutAllocating) {
+  auto s = Raw();
+  uint8_t header[6];
+  const uint32_t length = 0xFFFFFFF0;
+  const uint16_t type = static_cast<uint16_t>(wire::Type::kHello);
+  std::memcpy(header, &length, 4);
+  std::memcpy(header + 4, &type, 2);
+  asio::write(s, asio::buffer(header));
+  EXPECT_TRUE(ClosedByServer(s));
+  ExpectServerStillServes();
+}
+
+TEST_F(PeersTest, HalfAMessageThenGone) {
+  {
+    auto s = Raw();
+    const wire::Bytes hello = wire::EncodeHello({});
+    asio::write(s, asio::buffer(hello.data(), hello.size() / 2));
+  }  // closed mid-message
+  ExpectServerStillServes();
+}
+
+TEST_F(PeersTest, SilentPeerIsDroppedAfterTheHandshakeTimeOut) {
+  auto s = Raw();
+  EXPECT_TRUE(ClosedByServer(s));
+  EXPECT_TRUE(WaitFor([&] { return server_->stats().sessions == 0; }));
+}
+
+TEST_F(PeersTest, RequestBeforeHandshakeAndMalformedRequestAreDisconnected) {
+  auto s = Raw();
+  asio::write(s, asio::buffer(wire::EncodeRequest({})));
+  EXPECT_TRUE(ClosedByServer(s));
+
+  auto t = Raw();
+  asio::write(t, asio::buffer(wire::EncodeHello({})));
+  wire::Bytes request = wire::EncodeRequest({});
+  request.resize(request.size() - 2);  // the text length cut short...
+  const uint32_t length = static_cast<uint32_t>(request.size() - 4);
+  std::memcpy(request.data(), &length, 4);  // ...in a well-framed message
+  asio::write(t, asio::buffer(request));
+  EXPECT_TRUE(ClosedByServer(t));
+  ExpectServerStillServes();
+}
+
+TEST_F(PeersTest, WrongVersionIsRefusedWithAReason) {
+  auto s = Raw();
+  wire::Hello hello;
+  hello.version = wire::kVersion + 1;
+  asio::write(s, asio::buffer(wire::EncodeHello(hello)));
+  uint8_t header[wire::kHeaderSize];
+  asio::read(s, asio::buffer(header));
+  const auto h = wire::DecodeHeader(header, nullptr);
+  ASSERT_TRUE(h);
+  ASSERT_EQ(h->type, wire::Type::kRefuse);
+  wire::Bytes payload(h->payload_size());
+  asio::read(s, asio::buffer(payload));
+  const auto refuse = wire::DecodeRefuse(payload.data(), payload.size());
+  ASSERT_TRUE(refuse);
+  EXPECT_NE(refuse->message.find("version"), std::string::npos);
+  EXPECT_TRUE(ClosedByServer(s));
+}
+
+TEST_F(PeersTest, AClientThatStopsReadingDoesNotHoldUpOthers) {
+  engine_.markers = 1000;  // 28 kB frames: socket buffers fill within a second
+  // A raw client that asks for frames and then never reads them.
+  auto s = Raw();
+  asio::write(s, asio::buffer(wire::EncodeHello({})));
+  wire::Request on;
+  on.seq = 1;
+  on.op = wire::Op::kSetInteger;
+  on.code = ZOR_STREAMING;
+  on.ints = {ZOR_ON};
+  asio::write(s, asio::buffer(wire::EncodeRequest(on)));
+
+  ASSERT_GE(zorInit(Address().c_str(), 0), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  zortest::FrameFetcher f;
+  int delivered = 0;
+  ASSERT_TRUE(zortest::FetchInOrder(
+      f, [&] { return delivered > 1000 && server_->stats().session_frames_dropped > 0; },
+      [&] { ++delivered; }, 30));
+  int dropped = -1;
+  zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
+  EXPECT_EQ(dropped, 0);
+}
+
+// ---- Servers that are not zord ----
+
+TEST(LibraryAgainstBadServers, RefusedConnection) {
+  const int port = zortest::FreePort();
+  const std::string address = "127.0.0.1:" + std::to_string(port);
+  EXPECT_EQ(zorInit(address.c_str(), 0), ZOR_ERR_CONNECTION_REFUSED);
+  EXPECT_EQ(zorGetStatus(), 0);
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);  // the result says it all
+  char text[ZOR_STRING_MAX];
+  EXPECT_EQ(zorGetString(0x28, text), 0);  // asking for an unknown text is no new error
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+  EXPECT_GT(zorGetString(ZOR_INVALID_OPERATION, text), 0);
+  EXPECT_STREQ(text, "Invalid Operation");
+  EXPECT_GT(zorGetString(ZOR_VERSION, text), 0);
+  EXPECT_STREQ(text, "0.1.0");
+  EXPECT_EQ(zorInit("127.0.0.1:notaport", 0), ZOR_ERR_RESOLVE);
+}
+
+TEST(LibraryAgainstBadServers, ListenerThatNeverAnswersTimesOut) {
+  asio::io_context io;
+  tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
+  tcp::socket held(io);
+  std::thread accept([&] {
+    std::error_code ec;
+    acceptor.accept(held, ec);
+  });
+  const std::string address = "127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(zorInit(address.c_str(), 0), ZOR_ERR_TIMED_OUT);
+  EXPECT_LT(std::chrono::steady_clock::now() - start,
+            std::chrono::milliseconds(ZOR_CONNECT_TIMEOUT_MS + 3000));
+  accept.join();
+}
+
+TEST(LibraryAgainstBadServers, ServerThatTalksNonsense) {
+  asio::io_context io;
+  tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
+  std::thread serve([&] {
+    tcp::socket s(io);
+    std::error_code ec;
+    acceptor.accept(s, ec);
+    const std::string banner = "SSH-2.0-OpenSSH_9.2\r\n";
+    asio::write(s, asio::buffer(banner), ec);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  });
+  const std::string address = "127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+  EXPECT_EQ(zorInit(address.c_str(), 0), ZOR_ERR_HANDSHAKE);
+  serve.join();
+}
+
+TEST(LibraryAgainstBadServers, ServerThatDiesMidSessionIsConnectionLost) {
+  asio::io_context io;
+  tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
+  std::thread serve([&] {
+    tcp::socket s(io);
+    acceptor.accept(s);
+    uint8_t header[wire::kHeaderSize];
+    asio::read(s, asio::buffer(header));
+    wire::Bytes payload(wire::DecodeHeader(header, nullptr)->payload_size());
+    asio::read(s, asio::buffer(payload));
+    asio::write(s, asio::buffer(wire::EncodeWelcome({})));
+    // Then a frame cut in half, and gone.
+    wire::Frame frame;
+    frame.number = 1;
+    frame.markers.resize(10);
+    const wire::Bytes bytes = wire::EncodeFrame(frame);
+    asio::write(s, asio::buffer(bytes.data(), bytes.size() / 2));
+  });
+  const std::string address = "127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+  ASSERT_GE(zorInit(address.c_str(), 0), 0);
+  serve.join();
+  int error = 0;
+  ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
+  EXPECT_EQ(error, ZOR_CONNECTION_LOST);
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);  // reported once
+  zorDone();
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+}
+
+}  // namespace
+}  // namespace zord

@@ -1,0 +1,174 @@
+#include "zord/server_session.h"
+
+namespace zord {
+
+namespace wire = zorsock::wire;
+
+bool SessionLimits::Check(std::string* why) const {
+  if (max_queued_frames == 0 || max_queued_bytes < wire::kMaxMessage) {
+    if (why) *why = "a session must be able to queue at least one frame of the largest size";
+    return false;
+  }
+  if (max_pending_requests == 0 || handshake_timeout.count() <= 0) {
+    if (why) *why = "request and handshake limits must be positive";
+    return false;
+  }
+  return true;
+}
+
+Session::Session(asio::ip::tcp::socket socket, int id, SessionHost& host,
+                 const SessionLimits& limits)
+    : socket_(std::move(socket)),
+      handshake_timer_(socket_.get_executor()),
+      id_(id),
+      host_(host),
+      limits_(limits) {
+  context_.session = id;
+  std::error_code ec;
+  const auto remote = socket_.remote_endpoint(ec);
+  peer_ = ec ? "?" : remote.address().to_string() + ":" + std::to_string(remote.port());
+}
+
+void Session::Start() {
+  std::error_code ignored;
+  socket_.set_option(asio::ip::tcp::no_delay(true), ignored);
+  handshake_timer_.expires_after(limits_.handshake_timeout);
+  handshake_timer_.async_wait([self = shared_from_this()](std::error_code ec) {
+    if (!ec && !self->admitted_) self->Close();  // said nothing useful in time
+  });
+  ReadHeader();
+}
+
+void Session::ReadHeader() {
+  asio::async_read(socket_, asio::buffer(header_bytes_),
+                   [self = shared_from_this()](std::error_code ec, size_t) {
+                     if (ec || self->closed_) return self->Close();
+                     const auto header = wire::DecodeHeader(self->header_bytes_, nullptr);
+                     if (!header) return self->Close();
+                     self->header_ = *header;
+                     self->ReadPayload();
+                   });
+}
+
+void Session::ReadPayload() {
+  payload_.resize(header_.payload_size());
+  asio::async_read(socket_, asio::buffer(payload_),
+                   [self = shared_from_this()](std::error_code ec, size_t) {
+                     if (ec || self->closed_) return self->Close();
+                     self->OnMessage();
+                   });
+}
+
+void Session::OnMessage() {
+  if (!admitted_) {
+    if (header_.type != wire::Type::kHello) return Close();
+    OnHello();
+  } else {
+    if (header_.type != wire::Type::kRequest) return Close();
+    auto request = wire::DecodeRequest(payload_.data(), payload_.size());
+    if (!request || ++pending_requests_ > limits_.max_pending_requests) return Close();
+    host_.OnRequest(shared_from_this(), std::move(*request));
+  }
+  if (!closed_ && !finishing_) ReadHeader();
+}
+
+void Session::OnHello() {
+  const auto hello = wire::DecodeHello(payload_.data(), payload_.size());
+  if (!hello) return Close();  // not a zorsock client
+  SessionHost::Admission admission = host_.Admit(*this, *hello);
+  if (!admission.ok) {
+    SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeRefuse(admission.refuse)));
+    finishing_ = true;  // close once the refusal is written
+    return;
+  }
+  handshake_timer_.cancel();
+  context_.flags = hello->flags;
+  control_ = hello->role == wire::Role::kControl;
+  admitted_ = true;
+  SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeWelcome(admission.welcome)));
+  host_.Admitted(shared_from_this());
+}
+
+void Session::SendFrame(std::shared_ptr<const wire::Bytes> bytes) {
+  if (closed_ || finishing_) return;
+  Queue({std::move(bytes), true});
+  TrimFrames();
+}
+
+void Session::SendMessage(std::shared_ptr<const wire::Bytes> bytes) {
+  if (closed_ || finishing_) return;
+  Queue({std::move(bytes), false});
+  TrimFrames();
+  // Frames are gone; a peer that still lets replies pile up is not reading.
+  if (queued_bytes_ > 2 * limits_.max_queued_bytes) Close();
+}
+
+void Session::SendReply(const wire::Reply& reply) {
+  if (pending_requests_ > 0) --pending_requests_;
+  SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeReply(reply)));
+}
+
+void Session::Finish() {
+  if (closed_ || finishing_) return;
+  SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeFinished()));
+  finishing_ = true;
+}
+
+void Session::Queue(Outgoing out) {
+  queued_bytes_ += out.bytes->size();
+  if (out.frame) ++queued_frames_;
+  outgoing_.push_back(std::move(out));
+  if (!writing_) WriteNext();
+}
+
+void Session::TrimFrames() {
+  auto it = outgoing_.begin() + (writing_ ? 1 : 0);  // the one being written stays
+  while ((queued_frames_ > limits_.max_queued_frames || queued_bytes_ > limits_.max_queued_bytes) &&
+         it != outgoing_.end()) {
+    if (!it->frame) {
+      ++it;
+      continue;
+    }
+    queued_bytes_ -= it->bytes->size();
+    --queued_frames_;
+    ++dropped_frames_;
+    it = outgoing_.erase(it);
+  }
+}
+
+void Session::WriteNext() {
+  if (outgoing_.empty()) {
+    writing_ = false;
+    if (finishing_) {
+      std::error_code ignored;
+      socket_.shutdown(asio::ip::tcp::socket::shutdown_send, ignored);
+      Close();
+    }
+    return;
+  }
+  writing_ = true;
+  // The handler holds the buffer: Close() may empty the queue mid-write.
+  auto bytes = outgoing_.front().bytes;
+  asio::async_write(socket_, asio::buffer(*bytes),
+                    [self = shared_from_this(), bytes](std::error_code ec, size_t) {
+                      if (ec || self->closed_) return self->Close();
+                      const Outgoing& done = self->outgoing_.front();
+                      self->queued_bytes_ -= done.bytes->size();
+                      if (done.frame) --self->queued_frames_;
+                      self->outgoing_.pop_front();
+                      self->WriteNext();
+                    });
+}
+
+void Session::Close() {
+  if (closed_) return;
+  closed_ = true;
+  handshake_timer_.cancel();
+  outgoing_.clear();
+  queued_frames_ = queued_bytes_ = 0;
+  std::error_code ignored;
+  socket_.close(ignored);
+  host_.OnClosed(shared_from_this());
+}
+
+}  // namespace zord

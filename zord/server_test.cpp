@@ -1,0 +1,413 @@
+// The server and the client library together, in one process: a real Server
+// on loopback with a small scripted engine, driven through the zor* calls.
+#include "zord/server.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "testing/zord_process.h"
+#include "zord/server_test_support.h"
+#include "zorsock/control.h"
+#include "zorsock/library.h"
+
+namespace zord {
+namespace {
+
+using zortest::FetchInOrder;
+using zortest::FrameFetcher;
+using zortest::TakeErrors;
+using zortest::WaitFor;
+
+// Markers of tracker 1 at (frame, index, 0), one rigid body per frame, and
+// images and detectors only when asked; records every request it is given.
+class FakeEngine : public Engine {
+ public:
+  std::atomic<int> markers_per_frame{3};
+  std::atomic<int> request_delay_ms{0};
+  std::atomic<int> requests{0};
+  std::atomic<int> open_sessions{0};
+  std::atomic<bool> saw_want_images{false};
+
+  mutable std::mutex mu;
+  std::vector<float> last_marker_floats;
+  std::vector<ZORCamera> cameras{{0, {0, 0, 1000, 1, 0, 0, 0}, 1, 0}, {1, {500, 0, 0, 1, 0, 0, 0}, 1, 0}};
+
+  void Step(int32_t number, double, int64_t time_us, FrameData& out) override {
+    out.markers.clear();
+    out.rigids.clear();
+    out.images.clear();
+    out.detectors.clear();
+    out.number = number;
+    out.time_us = time_us;
+    for (int i = 0; i < markers_per_frame; ++i)
+      out.markers.push_back({(1 << 12) | i, number, float(number), float(i), 0, 1, 2});
+    out.rigids.push_back({2, number, {10, 20, 30, 1, 0, 0, 0}, 1, 3});
+    if (out.want_images) {
+      saw_want_images = true;
+      out.images.push_back({0, number, 7, 1, 2, 3, 1, 0});
+    }
+    if (out.want_detectors) out.detectors.push_back({0, number, 1, 640, 480, 500, 100, 30, 0, 0});
+  }
+  std::vector<ZORCamera> Cameras() const override {
+    std::lock_guard lock(mu);
+    return cameras;
+  }
+  void SessionOpened(const ClientContext&) override { ++open_sessions; }
+  void SessionClosed(const ClientContext&) override { --open_sessions; }
+  int Request() {
+    ++requests;
+    if (request_delay_ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(request_delay_ms));
+    return ZOR_NO_ERROR;
+  }
+  int TrackerOp(const ClientContext&, int, int) override { return Request(); }
+  int TrackerOpi(const ClientContext&, int, int, int) override { return Request(); }
+  int TrackerOpf(const ClientContext&, int, int, float) override { return Request(); }
+  int MarkerInts(const ClientContext&, int, int, const std::vector<int32_t>&) override {
+    return Request();
+  }
+  int MarkerFloats(const ClientContext&, int, int, const std::vector<float>& values) override {
+    std::lock_guard lock(mu);
+    last_marker_floats = values;
+    return Request();
+  }
+  int SetInteger(const ClientContext&, int code, int) override {
+    Request();
+    return code == ZOR_CALIB_LOAD_EXISTING ? ZOR_NO_ERROR : ZOR_INVALID_ENUM;
+  }
+  int SetFloats(const ClientContext&, int, const std::vector<float>&) override { return Request(); }
+  int GetFloats(const ClientContext&, int code, std::vector<float>& out) override {
+    if (code != ZOR_GLOBAL_TRANSFORM) return ZOR_INVALID_ENUM;
+    out = {0, 0, 0, 1, 0, 0, 0};
+    return ZOR_NO_ERROR;
+  }
+  int GetInts(const ClientContext&, int, std::vector<int32_t>&) override { return ZOR_INVALID_ENUM; }
+  int GetString(const ClientContext&, int code, std::string& out) override {
+    if (code != ZOR_CALIB_MESSAGE) return ZOR_INVALID_ENUM;
+    out = "pass 1 success.";
+    return ZOR_NO_ERROR;
+  }
+  std::string Control(const std::string& request_json) override {
+    return nlohmann::json{{"ok", true}, {"engine", nlohmann::json::parse(request_json)}}.dump();
+  }
+};
+
+class ServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    zorsock::SetConnectionOptions({});
+    options_.port = 0;
+    options_.discovery_port = zortest::FreePort();
+    options_.name = "unit";
+    options_.frequency = 240;
+    server_ = std::make_unique<Server>(engine_, options_);
+    std::string error;
+    ASSERT_TRUE(server_->Start(&error)) << error;
+  }
+  void TearDown() override {
+    zorDone();
+    TakeErrors();
+    zorsock::SetConnectionOptions({});
+  }
+  std::string Address() const { return "127.0.0.1:" + std::to_string(server_->port()); }
+  int Connect(unsigned flags = 0) { return zorInit(Address().c_str(), flags); }
+
+  FakeEngine engine_;
+  ServerOptions options_;
+  std::unique_ptr<Server> server_;
+};
+
+TEST_F(ServerTest, ConnectNameCamerasAndDefaults) {
+  ASSERT_GE(Connect(), 0);
+  EXPECT_EQ(zorGetStatus(), 1);
+  char text[ZOR_STRING_MAX];
+  ASSERT_GT(zorGetString(ZOR_SERVER_NAME, text), 0);
+  EXPECT_EQ(std::string(text), "zord 0.1  unit");
+  ASSERT_TRUE(WaitFor([] {
+    ZORCamera c[4];
+    return zorGetCameras(c, 4) == 2;
+  }));
+  float hz = 0;
+  ASSERT_EQ(zorGetFloatv(ZOR_FREQUENCY, &hz), 1);
+  EXPECT_FLOAT_EQ(hz, 240);
+  EXPECT_TRUE(WaitFor([&] { return engine_.open_sessions == 1; }));
+
+  // Streaming is off until asked for: no frames arrive.
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  int frame = -1;
+  ASSERT_EQ(zorGetIntegerv(ZOR_FRAME_NUMBER, &frame), 1);
+  EXPECT_EQ(frame, 0);
+  EXPECT_TRUE(TakeErrors().empty());
+
+  zorDone();
+  EXPECT_TRUE(WaitFor([&] { return engine_.open_sessions == 0; }));
+}
+
+TEST_F(ServerTest, FramesArriveInOrderWithMarkersAndRigidsTogether) {
+  ASSERT_GE(Connect(), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  FrameFetcher f;
+  int delivered = 0;
+  ASSERT_TRUE(FetchInOrder(f, [&] { return delivered >= 100; }, [&] {
+    ++delivered;
+    ASSERT_EQ(f.markers.size(), 3u);
+    ASSERT_EQ(f.rigids.size(), 1u);
+    EXPECT_EQ(f.markers[0].frame, f.last_frame);
+    EXPECT_EQ(f.rigids[0].frame, f.last_frame);
+    EXPECT_TRUE(f.images.empty());  // not asked for
+  }));
+  int dropped = -1;
+  zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
+  EXPECT_EQ(dropped, 0);
+  int t[2] = {0, 0};
+  EXPECT_EQ(zorGetIntegerv(ZOR_FRAME_TIME, t), 2);
+  EXPECT_TRUE(t[0] != 0 || t[1] != 0);
+  EXPECT_TRUE(TakeErrors().empty());
+}
+
+TEST_F(ServerTest, StreamSwitchesChooseTheKinds) {
+  ASSERT_GE(Connect(), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_SEND_MARKERS, ZOR_OFF), 1);
+  ASSERT_EQ(zorSetInteger(ZOR_SEND_IMAGES, ZOR_ON), 1);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  EXPECT_EQ(zorSetInteger(ZOR_SEND_DETECTORS, 5), 0);  // neither on nor off
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
+  FrameFetcher f;
+  bool saw_images = false;
+  ASSERT_TRUE(WaitFor([&] {
+    while (f.Fetch() == 1) {
+      EXPECT_TRUE(f.markers.empty());
+      saw_images = saw_images || !f.images.empty();
+    }
+    return saw_images && f.last_frame > 20;
+  }));
+  EXPECT_TRUE(engine_.saw_want_images);
+}
+
+TEST_F(ServerTest, FrequencyIsCheckedAndOwnedByTheServer) {
+  ASSERT_GE(Connect(), 0);
+  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 10), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
+  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 961), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
+  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 960), 1);
+  float hz = 0;
+  zorGetFloatv(ZOR_FREQUENCY, &hz);
+  EXPECT_FLOAT_EQ(hz, 960);
+  EXPECT_EQ(engine_.requests, 0);  // none of that reached the engine
+}
+
+TEST_F(ServerTest, RequestsReachTheEngineAndItsErrorsComeBack) {
+  ASSERT_GE(Connect(ZOR_FLAG_CALIBRATE), 0);
+  EXPECT_EQ(zorTrackeri(1, ZOR_TRACKER_CREATE, ZOR_POINT_TRACKER), 1);
+  const int led = 5;
+  EXPECT_EQ(zorMarkeriv((1 << 12) | 0, ZOR_MARKER_LED, &led), 1);
+  EXPECT_EQ(zorSetInteger(ZOR_CALIB_LOAD_EXISTING, 0), 1);
+  EXPECT_EQ(zorSetInteger(0x7777, 1), 0);
+  EXPECT_EQ(zorGetStatus(), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_ENUM);
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+  float pose[7] = {};
+  EXPECT_EQ(zorGetFloatv(ZOR_GLOBAL_TRANSFORM, pose), 7);
+  EXPECT_FLOAT_EQ(pose[3], 1);
+  char text[ZOR_STRING_MAX];
+  EXPECT_EQ(zorGetString(ZOR_CALIB_MESSAGE, text), 15);
+  EXPECT_STREQ(text, "pass 1 success.");
+}
+
+TEST_F(ServerTest, SlaveMayWatchButNotChangeState) {
+  ASSERT_GE(Connect(ZOR_FLAG_SLAVE), 0);
+  EXPECT_EQ(zorTrackeri(1, ZOR_TRACKER_CREATE, ZOR_POINT_TRACKER), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_OPERATION);
+  const float p[3] = {1, 2, 3};
+  EXPECT_EQ(zorMarkerfv(1 << 12, ZOR_MARKER_POSITION, p), 0);
+  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 120), 0);
+  EXPECT_EQ(zorSetInteger(ZOR_CALIB_SAVE, 1), 0);
+  const float identity[7] = {0, 0, 0, 1, 0, 0, 0};
+  EXPECT_EQ(zorSetFloatv(ZOR_GLOBAL_TRANSFORM, identity), 0);
+  EXPECT_EQ(TakeErrors(), std::vector<int>(4, ZOR_INVALID_OPERATION));
+  EXPECT_EQ(engine_.requests, 0);
+
+  // Its own streams and reading are allowed.
+  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  EXPECT_EQ(zorSetInteger(ZOR_SEND_RIGIDS, ZOR_OFF), 1);
+  float hz = 0;
+  EXPECT_EQ(zorGetFloatv(ZOR_FREQUENCY, &hz), 1);
+  EXPECT_TRUE(zortest::WaitForFrames());
+}
+
+TEST_F(ServerTest, ScaleAndPoseApplyBothWays) {
+  ASSERT_GE(Connect(), 0);
+  // Quarter turn about +Y, then 100 along X; scale 0.001 (mm to m).
+  const float h = std::sqrt(0.5f);
+  const float pose[7] = {100, 0, 0, h, 0, h, 0};
+  ASSERT_EQ(zorScale(0.5f), 1);
+  ASSERT_EQ(zorLoadPose(pose), 1);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  FrameFetcher f;
+  ASSERT_TRUE(WaitFor([&] { return f.Fetch() == 1 && f.markers.size() == 3; }));
+  // Marker 2 of frame n sits at (n, 2, 0): scaled (n/2, 1, 0), turned (0, 1, -n/2), moved.
+  const float n = float(f.last_frame);
+  EXPECT_NEAR(f.markers[2].x, 100, 1e-3);
+  EXPECT_NEAR(f.markers[2].y, 1, 1e-3);
+  EXPECT_NEAR(f.markers[2].z, -n / 2, 1e-2);
+  // The rigid at (10, 20, 30): scaled (5, 10, 15), turned (15, 10, -5), moved.
+  ASSERT_EQ(f.rigids.size(), 1u);
+  EXPECT_NEAR(f.rigids[0].pose[0], 115, 1e-3);
+  EXPECT_NEAR(f.rigids[0].pose[1], 10, 1e-3);
+  EXPECT_NEAR(f.rigids[0].pose[2], -5, 1e-3);
+  ASSERT_EQ(f.cameras.size(), 2u);
+  EXPECT_NEAR(f.cameras[0].pose[0], 600, 1e-3);  // camera at (0, 0, 1000)
+
+  const float local[3] = {10, 20, 30};
+  ASSERT_EQ(zorMarkerfv(1 << 12, ZOR_MARKER_POSITION, local), 1);
+  std::lock_guard lock(engine_.mu);
+  EXPECT_EQ(engine_.last_marker_floats, (std::vector<float>{20, 40, 60}));
+
+  EXPECT_EQ(zorScale(0), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
+  const float zero[7] = {};
+  EXPECT_EQ(zorLoadPose(zero), 0);
+  EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
+}
+
+TEST_F(ServerTest, StopSaysFinishedAndTheLibraryCanReconnect) {
+  ASSERT_GE(Connect(), 0);
+  EXPECT_EQ(Connect(), ZOR_ERR_ALREADY_CONNECTED);
+  server_->Stop();
+  int error = 0;
+  ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
+  EXPECT_EQ(error, ZOR_FINISHED);
+  EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
+  EXPECT_EQ(zorGetError(), ZOR_NOT_CONNECTED);
+  zorDone();
+
+  server_ = std::make_unique<Server>(engine_, options_);
+  std::string why;
+  ASSERT_TRUE(server_->Start(&why)) << why;
+  ASSERT_GE(Connect(), 0);
+  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+}
+
+TEST_F(ServerTest, ASlowReplyTimesOutAndEndsTheLink) {
+  zorsock::ConnectionOptions options;
+  options.reply_timeout = std::chrono::milliseconds(300);
+  zorsock::SetConnectionOptions(options);
+  ASSERT_GE(Connect(), 0);
+  engine_.request_delay_ms = 1500;
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+  EXPECT_EQ(zorGetError(), ZOR_TIMED_OUT);
+  EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
+  EXPECT_EQ(zorGetError(), ZOR_NOT_CONNECTED);
+  engine_.request_delay_ms = 0;
+}
+
+TEST_F(ServerTest, LibraryQueueDropsOldestWhenNotPolled) {
+  zorsock::ConnectionOptions options;
+  options.frame_queue = 8;
+  zorsock::SetConnectionOptions(options);
+  ASSERT_GE(Connect(), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  int dropped = 0;
+  ASSERT_TRUE(WaitFor([&] {
+    zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
+    return dropped > 5;
+  }));
+  // What is left is the newest frames, still delivered in order.
+  FrameFetcher f;
+  int32_t previous = 0;
+  for (int i = 0; i < 8 && f.Fetch() == 1; ++i) {
+    EXPECT_GT(f.last_frame, previous);
+    previous = f.last_frame;
+  }
+}
+
+TEST_F(ServerTest, RewindRestartsTheNumberingOnce) {
+  ASSERT_GE(Connect(), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  FrameFetcher f;
+  ASSERT_TRUE(WaitFor([&] {
+    f.Fetch();
+    return f.last_frame > 50;
+  }));
+  std::string error;
+  const auto reply = nlohmann::json::parse(
+      zorControl(Address(), R"({"cmd":"clock","action":"rewind"})", &error));
+  ASSERT_TRUE(error.empty()) << error;
+  EXPECT_EQ(reply["ok"], true);
+  ASSERT_TRUE(WaitFor([&] {
+    f.Fetch();
+    return f.resets == 1 && f.last_frame > 20;
+  }));
+  EXPECT_EQ(f.resets, 1);
+}
+
+TEST_F(ServerTest, SilentClockDeliversEmptyFrames) {
+  ASSERT_GE(Connect(), 0);
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  std::string error;
+  zorControl(Address(), R"({"cmd":"clock","action":"silence","on":true})", &error);
+  ASSERT_TRUE(error.empty()) << error;
+  FrameFetcher f;
+  int empty_in_a_row = 0;
+  ASSERT_TRUE(FetchInOrder(f, [&] { return empty_in_a_row > 20; }, [&] {
+    empty_in_a_row = f.markers.empty() && f.rigids.empty() ? empty_in_a_row + 1 : 0;
+  }));
+}
+
+TEST_F(ServerTest, ControlGoesToTheEngineAndNeedsItsOwnConnection) {
+  std::string error;
+  const auto reply =
+      nlohmann::json::parse(zorControl(Address(), R"({"cmd":"truth"})", &error));
+  ASSERT_TRUE(error.empty()) << error;
+  EXPECT_EQ(reply["engine"]["cmd"], "truth");
+  const auto clock = nlohmann::json::parse(
+      zorControl(Address(), R"({"cmd":"clock","action":"silence","on":"yes"})", &error));
+  EXPECT_EQ(clock["ok"], false);  // wrong type, clear answer, server fine
+  EXPECT_TRUE(zorControl("127.0.0.1:1", "{}", &error).empty());
+  EXPECT_FALSE(error.empty());
+}
+
+TEST_F(ServerTest, DiscoveryFindsTheServerByNameAndAddress) {
+  char results[4 * ZOR_SCAN_RESULT_SIZE];
+  const int found = zor_scan("127.0.0.1", options_.discovery_port, "test", 2'000'000, results, 4);
+  ASSERT_EQ(found, 1);
+  EXPECT_EQ(std::string(results), Address());
+  const std::string description(results + 256);
+  EXPECT_EQ(description, "zord 0.1  unit");
+  EXPECT_EQ(description.substr(description.find("  ") + 2), "unit");
+
+  // Broadcast scans also ask loopback.
+  EXPECT_GE(zor_scan(nullptr, options_.discovery_port, "test", 500'000, results, 4), 1);
+  EXPECT_LT(zor_scan("127.0.0.1", 0, "test", 1000, results, 4), 0);
+  EXPECT_LT(zor_scan("127.0.0.1", options_.discovery_port, "test", 1000, nullptr, 4), 0);
+}
+
+TEST_F(ServerTest, RawDataRecordingIsNotAvailableYet) {
+  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 3), -1);
+  EXPECT_EQ(zorRPDOpen("127.0.0.1:1", "x.rpd", 1), -3);
+  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 1), ZOR_RPD_NOT_AVAILABLE);
+  EXPECT_EQ(zorRPDRecv(), 0);
+  EXPECT_EQ(zorRPDClose(), 0);
+}
+
+TEST(ServerOptionsTest, CheckRejectsBadValues) {
+  ServerOptions o;
+  std::string why;
+  EXPECT_TRUE(o.Check(&why)) << why;
+  o.listen = "not an address";
+  EXPECT_FALSE(o.Check(&why));
+  o = ServerOptions();
+  o.frequency = 1000;
+  EXPECT_FALSE(o.Check(&why));
+  o = ServerOptions();
+  o.port = 70000;
+  EXPECT_FALSE(o.Check(&why));
+}
+
+}  // namespace
+}  // namespace zord

@@ -1,0 +1,36 @@
+// A rigid transform (position in mm, unit quaternion) and its conversion to
+// the 7-float pose x, y, z, qw, qx, qy, qz that clients see.
+#pragma once
+
+#include <Eigen/Core>
+#include <Eigen/Geometry>
+
+namespace zord {
+
+struct RigidPlacement {
+  Eigen::Vector3d position = Eigen::Vector3d::Zero();
+  Eigen::Quaterniond rotation = Eigen::Quaterniond::Identity();
+
+  Eigen::Vector3d Apply(const Eigen::Vector3d& p) const { return rotation * p + position; }
+  // this ∘ other: first other, then this.
+  RigidPlacement Then(const RigidPlacement& other) const {
+    return {Apply(other.position), (rotation * other.rotation).normalized()};
+  }
+  bool IsIdentity() const {
+    return position.isZero(0) && rotation.w() == 1 && rotation.vec().isZero(0);
+  }
+};
+
+inline void ToPose7(const Eigen::Vector3d& p, const Eigen::Quaterniond& q, float* out) {
+  out[0] = static_cast<float>(p.x());
+  out[1] = static_cast<float>(p.y());
+  out[2] = static_cast<float>(p.z());
+  out[3] = static_cast<float>(q.w());
+  out[4] = static_cast<float>(q.x());
+  out[5] = static_cast<float>(q.y());
+  out[6] = static_cast<float>(q.z());
+}
+
+inline void ToPose7(const RigidPlacement& pose, float* out) { ToPose7(pose.position, pose.rotation, out); }
+
+}  // namespace zord

@@ -1,0 +1,256 @@
+#include "zord/solver/bundle_adjustment.h"
+
+#include <ceres/ceres.h>
+#include <ceres/product_manifold.h>
+#include <ceres/rotation.h>
+#include <ceres/sphere_manifold.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+namespace zord {
+namespace {
+
+// Residuals of the samples one camera has of the wand in one frame. Grouping
+// them shares the camera rotation and keeps the problem small.
+struct Group {
+  const SampleSet* set;
+  int frame;
+  std::vector<int> samples;  // indices into the frame's samples
+};
+
+template <typename T>
+void GroupResiduals(const Group& group, const std::vector<double>& offsets, const T* camera,
+                    const T* wand, const T& fx, const T& fy, const T& cx, const T& cy, const T& k1,
+                    T* residuals) {
+  T r[9];
+  ceres::AngleAxisToRotationMatrix(camera, ceres::ColumnMajorAdapter3x3(r));
+  const std::vector<Sample>& samples = group.set->frames[group.frame].samples;
+  for (size_t k = 0; k < group.samples.size(); ++k) {
+    const Sample& s = samples[group.samples[k]];
+    const double offset = offsets[s.led];
+    const T x = wand[0] + offset * wand[3], y = wand[1] + offset * wand[4],
+            z = wand[2] + offset * wand[5];
+    const T px = r[0] * x + r[3] * y + r[6] * z + camera[3];
+    const T py = r[1] * x + r[4] * y + r[7] * z + camera[4];
+    const T pz = r[2] * x + r[5] * y + r[8] * z + camera[5];
+    const auto uv = DistortToPixel(px / pz, py / pz, fx, fy, cx, cy, k1);
+    residuals[2 * k] = uv(0) - s.pixel.x();
+    residuals[2 * k + 1] = uv(1) - s.pixel.y();
+  }
+}
+
+struct FixedLensCost {
+  Group group;
+  const std::vector<double>* offsets;
+  Intrinsics lens;
+  template <typename T>
+  bool operator()(const T* camera, const T* wand, T* residuals) const {
+    GroupResiduals(group, *offsets, camera, wand, T(lens.fx), T(lens.fy), T(lens.cx), T(lens.cy),
+                   T(lens.k1), residuals);
+    return true;
+  }
+};
+
+// Lens block: fx, cx, cy, k1; fy follows fx with the nominal aspect ratio.
+struct FreeLensCost {
+  Group group;
+  const std::vector<double>* offsets;
+  double aspect;
+  template <typename T>
+  bool operator()(const T* camera, const T* wand, const T* lens, T* residuals) const {
+    GroupResiduals(group, *offsets, camera, wand, lens[0], lens[0] * aspect, lens[1], lens[2],
+                   lens[3], residuals);
+    return true;
+  }
+};
+
+class CancelCallback : public ceres::IterationCallback {
+ public:
+  explicit CancelCallback(const SolverOptions& options) : options_(options) {}
+  ceres::CallbackReturnType operator()(const ceres::IterationSummary&) override {
+    return options_.Cancelled() ? ceres::SOLVER_ABORT : ceres::SOLVER_CONTINUE;
+  }
+
+ private:
+  const SolverOptions& options_;
+};
+
+std::array<double, 6> CameraBlock(const Extrinsics& e) {
+  const Eigen::AngleAxisd aa(e.rotation);
+  const Eigen::Vector3d v = aa.angle() * aa.axis();
+  return {v.x(), v.y(), v.z(), e.translation.x(), e.translation.y(), e.translation.z()};
+}
+
+Extrinsics FromCameraBlock(const std::array<double, 6>& b) {
+  const Eigen::Vector3d v(b[0], b[1], b[2]);
+  Extrinsics e;
+  e.rotation = v.norm() > 0 ? Eigen::Quaterniond(Eigen::AngleAxisd(v.norm(), v.normalized()))
+                            : Eigen::Quaterniond::Identity();
+  e.translation = {b[3], b[4], b[5]};
+  return e;
+}
+
+// The samples of each (frame, camera) that enter the adjustment; drops the
+// wand pose of frames seen by fewer than two cameras.
+std::vector<Group> MakeGroups(const SampleSet& set, CalibState* state) {
+  std::vector<Group> groups;
+  for (size_t f = 0; f < set.frames.size(); ++f) {
+    if (!state->wand[f]) continue;
+    const SampleFrame& frame = set.frames[f];
+    const size_t first = groups.size();
+    for (const SampleRange& range : CameraRanges(frame, set.cameras)) {
+      Group g{&set, static_cast<int>(f), {}};
+      for (int i = range.first; i < range.second; ++i)
+        if (state->use[frame.samples[i].camera] && state->inlier[f][i]) g.samples.push_back(i);
+      if (!g.samples.empty()) groups.push_back(std::move(g));
+    }
+    if (groups.size() - first < 2) {
+      groups.resize(first);
+      state->wand[f].reset();
+      std::fill(state->inlier[f].begin(), state->inlier[f].end(), false);
+    }
+  }
+  return groups;
+}
+
+}  // namespace
+
+BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
+                           const BundleSettings& settings, const SolverOptions& options,
+                           CalibState* state) {
+  BundleOutcome out;
+  const std::vector<Group> groups = MakeGroups(set, state);
+  if (groups.empty()) {
+    out.problem = "no wand frame is seen by two cameras";
+    return out;
+  }
+
+  std::vector<std::array<double, 6>> cameras(set.cameras);
+  std::vector<std::array<double, 4>> lenses(set.cameras);
+  for (int c = 0; c < set.cameras; ++c) {
+    cameras[c] = CameraBlock(state->poses[c]);
+    const Intrinsics& k = state->lenses[c];
+    lenses[c] = {k.fx, k.cx, k.cy, k.k1};
+  }
+  std::vector<std::array<double, 6>> wands(set.frames.size());
+  for (size_t f = 0; f < set.frames.size(); ++f) {
+    if (!state->wand[f]) continue;
+    const WandPose& p = *state->wand[f];
+    const Eigen::Vector3d d = p.direction.normalized();
+    wands[f] = {p.centre.x(), p.centre.y(), p.centre.z(), d.x(), d.y(), d.z()};
+  }
+
+  ceres::Problem::Options problem_options;
+  problem_options.loss_function_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  problem_options.manifold_ownership = ceres::DO_NOT_TAKE_OWNERSHIP;
+  ceres::Problem problem(problem_options);
+  ceres::ProductManifold<ceres::EuclideanManifold<3>, ceres::SphereManifold<3>> wand_manifold;
+  // Huber on a group acts on its total error: scale the knee with its size.
+  std::vector<std::unique_ptr<ceres::HuberLoss>> losses(wand.offsets.size() + 1);
+  for (size_t n = 1; n < losses.size(); ++n)
+    losses[n] = std::make_unique<ceres::HuberLoss>(options.robust_loss_px *
+                                                   std::sqrt(static_cast<double>(n)));
+
+  for (const Group& g : groups) {
+    const int camera = set.frames[g.frame].samples[g.samples.front()].camera;
+    const int count = static_cast<int>(g.samples.size());
+    ceres::LossFunction* loss =
+        settings.robust ? losses[std::min<size_t>(count, losses.size() - 1)].get() : nullptr;
+    double* cam = cameras[camera].data();
+    double* w = wands[g.frame].data();
+    if (settings.refine_intrinsics) {
+      const Intrinsics& k = state->lenses[camera];
+      auto* cost = new ceres::AutoDiffCostFunction<FreeLensCost, ceres::DYNAMIC, 6, 6, 4>(
+          new FreeLensCost{g, &wand.offsets, k.fy / k.fx}, 2 * count);
+      problem.AddResidualBlock(cost, loss, cam, w, lenses[camera].data());
+    } else {
+      auto* cost = new ceres::AutoDiffCostFunction<FixedLensCost, ceres::DYNAMIC, 6, 6>(
+          new FixedLensCost{g, &wand.offsets, state->lenses[camera]}, 2 * count);
+      problem.AddResidualBlock(cost, loss, cam, w);
+    }
+    out.residuals += 2 * count;
+  }
+
+  auto* ordering = new ceres::ParameterBlockOrdering;
+  int cameras_in_problem = 0;
+  for (size_t f = 0; f < wands.size(); ++f) {
+    if (!state->wand[f] || !problem.HasParameterBlock(wands[f].data())) continue;
+    problem.SetManifold(wands[f].data(), &wand_manifold);
+    ordering->AddElementToGroup(wands[f].data(), 0);
+    out.parameters += 5;
+  }
+  for (int c = 0; c < set.cameras; ++c) {
+    if (!problem.HasParameterBlock(cameras[c].data())) continue;
+    ++cameras_in_problem;
+    ordering->AddElementToGroup(cameras[c].data(), 1);
+    if (c == settings.fixed_camera) {
+      problem.SetParameterBlockConstant(cameras[c].data());
+    } else {
+      out.parameters += 6;
+    }
+    if (settings.refine_intrinsics) {
+      ordering->AddElementToGroup(lenses[c].data(), 1);
+      out.parameters += 4;
+    }
+  }
+  if (!problem.HasParameterBlock(cameras[settings.fixed_camera].data())) {
+    delete ordering;
+    out.problem = "the reference camera sees none of the wand frames";
+    return out;
+  }
+
+  ceres::Solver::Options solver;
+  const int camera_block = settings.refine_intrinsics ? 10 : 6;
+  // The reduced camera system is small and dense unless there are very many cameras.
+  solver.linear_solver_type =
+      cameras_in_problem * camera_block <= 1200 ? ceres::DENSE_SCHUR : ceres::SPARSE_SCHUR;
+  solver.linear_solver_ordering.reset(ordering);
+  solver.num_threads = options.num_threads;
+  solver.max_num_iterations = options.max_iterations;
+  solver.function_tolerance = settings.function_tolerance;
+  solver.gradient_tolerance = 1e-14;
+  solver.parameter_tolerance = 1e-12;
+  solver.logging_type = ceres::SILENT;
+  CancelCallback cancel(options);
+  solver.callbacks.push_back(&cancel);
+
+  ceres::Solver::Summary summary;
+  ceres::Solve(solver, &problem, &summary);
+  out.iterations = static_cast<int>(summary.iterations.size());
+  if (options.Cancelled()) {
+    out.cancelled = true;
+    out.problem = "cancelled";
+    return out;
+  }
+  if (summary.termination_type == ceres::FAILURE ||
+      summary.termination_type == ceres::USER_FAILURE || !summary.IsSolutionUsable()) {
+    out.problem = "the adjustment did not converge: " + summary.message;
+    return out;
+  }
+
+  for (int c = 0; c < set.cameras; ++c) {
+    if (!problem.HasParameterBlock(cameras[c].data())) continue;
+    state->poses[c] = FromCameraBlock(cameras[c]);
+    if (settings.refine_intrinsics) {
+      Intrinsics& k = state->lenses[c];
+      const double aspect = k.fy / k.fx;
+      k.fx = lenses[c][0];
+      k.fy = lenses[c][0] * aspect;
+      k.cx = lenses[c][1];
+      k.cy = lenses[c][2];
+      k.k1 = lenses[c][3];
+    }
+  }
+  for (size_t f = 0; f < wands.size(); ++f) {
+    if (!state->wand[f]) continue;
+    const auto& w = wands[f];
+    state->wand[f]->centre = {w[0], w[1], w[2]};
+    state->wand[f]->direction = Eigen::Vector3d(w[3], w[4], w[5]).normalized();
+  }
+  out.ok = true;
+  return out;
+}
+
+}  // namespace zord

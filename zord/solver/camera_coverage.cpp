@@ -1,0 +1,81 @@
+#include "zord/solver/camera_coverage.h"
+
+#include <Eigen/Eigenvalues>
+#include <cmath>
+
+namespace zord {
+
+std::vector<CameraCoverage> MeasureCoverage(const SampleSet& set,
+                                            const std::vector<std::vector<bool>>* keep) {
+  std::vector<CameraCoverage> out(set.cameras);
+  std::vector<Eigen::Vector2d> sum(set.cameras, Eigen::Vector2d::Zero());
+  std::vector<Eigen::Matrix2d> sum_sq(set.cameras, Eigen::Matrix2d::Zero());
+  for (size_t f = 0; f < set.frames.size(); ++f) {
+    const SampleFrame& frame = set.frames[f];
+    const auto ranges = CameraRanges(frame, set.cameras);
+    for (int c = 0; c < set.cameras; ++c) {
+      int kept = 0;
+      for (int i = ranges[c].first; i < ranges[c].second; ++i) kept += !keep || (*keep)[f][i];
+      if (kept < 2) continue;
+      ++out[c].frames;
+      for (int i = ranges[c].first; i < ranges[c].second; ++i) {
+        if (keep && !(*keep)[f][i]) continue;
+        const Eigen::Vector2d& p = frame.samples[i].pixel;
+        ++out[c].samples;
+        sum[c] += p;
+        sum_sq[c] += p * p.transpose();
+      }
+    }
+  }
+  for (int c = 0; c < set.cameras; ++c) {
+    if (out[c].samples < 2) continue;
+    const double n = out[c].samples;
+    const Eigen::Matrix2d cov = sum_sq[c] / n - (sum[c] / n) * (sum[c] / n).transpose();
+    const double narrowest = Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d>(cov).eigenvalues()(0);
+    out[c].spread_px = std::sqrt(std::max(0.0, narrowest));
+  }
+  return out;
+}
+
+std::string CoverageProblem(const CameraCoverage& coverage, const Intrinsics& lens,
+                            const SolverOptions& options) {
+  if (coverage.frames < options.min_camera_frames) {
+    return "has too few samples (sees the wand in " + std::to_string(coverage.frames) +
+           " frames, needs " + std::to_string(options.min_camera_frames) + ")";
+  }
+  const double needed = options.min_image_spread * lens.height;
+  if (coverage.spread_px < needed) {
+    return "sees the wand only in a narrow part of its image (spread " +
+           std::to_string(static_cast<int>(coverage.spread_px)) + " px, needs " +
+           std::to_string(static_cast<int>(std::ceil(needed))) + ")";
+  }
+  return {};
+}
+
+CameraLinks CountSharedSamples(const SampleSet& set) {
+  const int n = set.cameras;
+  CameraLinks links{Eigen::MatrixXi::Zero(n, n), Eigen::MatrixXi::Zero(n, n)};
+  std::vector<int> seen;
+  for (const SampleFrame& frame : set.frames) {
+    const auto ranges = CameraRanges(frame, n);
+    seen.clear();
+    for (int c = 0; c < n; ++c)
+      if (ranges[c].second > ranges[c].first) seen.push_back(c);
+    for (size_t i = 0; i < seen.size(); ++i) {
+      for (size_t j = i + 1; j < seen.size(); ++j) {
+        const int a = seen[i], b = seen[j];
+        int common = 0;
+        ForEachCommonLed(frame, ranges[a], ranges[b], [&](int, int) { ++common; });
+        links.shared_samples(a, b) += common;
+        links.shared_samples(b, a) += common;
+        if (common >= 2) {
+          ++links.shared_frames(a, b);
+          ++links.shared_frames(b, a);
+        }
+      }
+    }
+  }
+  return links;
+}
+
+}  // namespace zord

@@ -1,0 +1,51 @@
+// Settings of one wand calibration run.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+namespace zord {
+
+struct SolverOptions {
+  // How many captured wand frames to use, spread evenly over the capture
+  // (the client's 100, 200, 400, 800, 1200); 0 uses every frame.
+  int quality = 0;
+  // Final pass also refines focal length (aspect kept), principal point and k1.
+  bool refine_intrinsics = false;
+
+  // Huber loss scale of the robust bundle adjustment, pixels.
+  double robust_loss_px = 1.0;
+  // A sample is an outlier when its reprojection error exceeds this many
+  // pixels and also `outlier_sigmas` times the robust spread of all errors
+  // (so that a badly known lens does not throw away good data).
+  double outlier_threshold_px = 2.0;
+  double outlier_sigmas = 5.0;
+
+  // Coverage each camera needs, else it is refused by name.
+  int min_camera_frames = 10;      // wand frames in which it sees >= 2 LEDs
+  double min_image_spread = 0.03;  // std of its samples across their narrowest
+                                   // direction, as a fraction of the image height
+  // Frames two cameras must share to be linked in the camera graph.
+  int min_shared_frames = 10;
+  // Largest number of correspondences used for one essential matrix.
+  int max_pair_samples = 1500;
+  // RANSAC threshold of the essential matrix, pixels.
+  double essential_threshold_px = 1.5;
+  // A camera whose own reprojection RMS exceeds this factor times that of the
+  // median camera is refused after the final pass.
+  double max_camera_rms_ratio = 2.5;
+
+  // Leave cameras with too little coverage uncalibrated instead of failing.
+  bool allow_uncalibrated_cameras = false;
+
+  int max_iterations = 100;  // per bundle adjustment
+  int num_threads = 2;
+  // Set from another thread to stop the solve at the next check.
+  const std::atomic<bool>* cancel = nullptr;
+
+  bool Cancelled() const { return cancel != nullptr && cancel->load(std::memory_order_relaxed); }
+  // Empty when the options are usable, else what is wrong with them.
+  std::string Check() const;
+};
+
+}  // namespace zord

@@ -1,0 +1,290 @@
+#include "zord/solver/wand_calibrator.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+
+#include "zord/solver/bundle_adjustment.h"
+#include "zord/solver/calib_state.h"
+#include "zord/solver/camera_coverage.h"
+#include "zord/solver/pose_chain.h"
+#include "zord/solver/relative_poses.h"
+#include "zord/solver/sample_set.h"
+#include "zord/solver/world_frame.h"
+
+namespace zord {
+namespace {
+
+constexpr double kWandStraightnessMm = 2.0;
+// First wand poses come from plain triangulation: views further off than this
+// many times the outlier threshold are left out of it.
+constexpr double kTriangulationRejectFactor = 10.0;
+
+std::string CameraName(int index) {
+  return "Camera " + std::to_string(index + 1);
+}
+
+class WandCalibration {
+ public:
+  WandCalibration(const CalibrationInput& input, const SolverOptions& options,
+                  const PassCallback& on_pass)
+      : input_(input), options_(options), on_pass_(on_pass) {}
+
+  CalibrationResult Run() {
+    const int n = static_cast<int>(input_.cameras.size());
+    result_.calibrated.assign(n, false);
+    result_.extrinsics.assign(n, Extrinsics{});
+    result_.intrinsics = input_.cameras;
+    result_.camera_rms_px.assign(n, -1);
+    result_.camera_samples.assign(n, 0);
+    pass_start_ = Clock::now();
+    if (Prepare() && RelativePoses() && Chain() && RobustAdjustment() && FinalRefinement())
+      Finish();
+    if (options_.Cancelled() && result_.status != SolveStatus::kSuccess)
+      result_.status = SolveStatus::kCancelled;
+    return std::move(result_);
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  bool Report(int pass, bool success, double rms, const std::string& reason, int camera) {
+    if (options_.Cancelled()) return false;
+    PassReport report;
+    report.pass = pass;
+    report.success = success;
+    report.rms_px = success ? rms : -1;
+    report.reason = reason;
+    report.camera = camera;
+    const Clock::time_point now = Clock::now();
+    report.seconds = std::chrono::duration<double>(now - pass_start_).count();
+    pass_start_ = now;
+    result_.passes.push_back(report);
+    if (on_pass_) on_pass_(report);
+    return success;
+  }
+  bool Fail(int pass, const std::string& reason, int camera = -1) {
+    return Report(pass, false, 0, reason, camera);
+  }
+  bool Succeed(int pass, double rms) { return Report(pass, true, rms, {}, -1); }
+
+  // Refuses a camera, or with allow_uncalibrated_cameras leaves it out.
+  bool Refuse(int pass, int camera, const std::string& problem) {
+    if (!options_.allow_uncalibrated_cameras)
+      return Fail(pass, CameraName(camera) + " " + problem, camera);
+    state_.use[camera] = false;
+    result_.warnings.push_back(CameraName(camera) + " left uncalibrated: " + problem);
+    return true;
+  }
+
+  int CamerasInUse() const {
+    return static_cast<int>(std::count(state_.use.begin(), state_.use.end(), true));
+  }
+
+  bool Prepare() {
+    const int n = static_cast<int>(input_.cameras.size());
+    if (const std::string problem = options_.Check(); !problem.empty())
+      return Fail(1, "bad options: " + problem);
+    if (n < 2) return Fail(1, "calibration needs at least two cameras");
+    for (int c = 0; c < n; ++c) {
+      const Intrinsics& k = input_.cameras[c];
+      if (!(k.fx > 0 && k.fy > 0 && std::isfinite(k.fx) && std::isfinite(k.fy) &&
+            std::isfinite(k.cx) && std::isfinite(k.cy) && std::isfinite(k.k1) && k.width > 0 &&
+            k.height > 0))
+        return Fail(1, CameraName(c) + " has an invalid lens description", c);
+    }
+    std::string error;
+    if (!MakeStraightWand(input_.wand, kWandStraightnessMm, &wand_, &error)) return Fail(1, error);
+    if (!BuildSampleSet(input_.cameras, input_.frames, wand_, options_.quality, &set_, &error))
+      return Fail(1, error);
+    state_.poses.assign(n, Extrinsics{});
+    state_.lenses = input_.cameras;
+    state_.use.assign(n, true);
+    return !options_.Cancelled();
+  }
+
+  bool RelativePoses() {
+    const std::vector<CameraCoverage> coverage = MeasureCoverage(set_);
+    for (int c = 0; c < set_.cameras; ++c) {
+      const std::string problem = CoverageProblem(coverage[c], input_.cameras[c], options_);
+      if (!problem.empty() && !Refuse(1, c, problem)) return false;
+    }
+    tree_ = BuildCameraTree(CountSharedSamples(set_), state_.use, options_.min_shared_frames);
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c] || c == tree_.root || tree_.parent[c] >= 0) continue;
+      const std::string problem =
+          "shares fewer than " + std::to_string(options_.min_shared_frames) +
+          " wand frames with the cameras linked to " + CameraName(tree_.root);
+      if (!Refuse(1, c, problem)) return false;
+    }
+    if (CamerasInUse() < 2) return Fail(1, "fewer than two cameras saw enough of the wand");
+
+    relative_.assign(set_.cameras, Extrinsics{});
+    ErrorSum error;
+    for (int c : tree_.order) {
+      if (c == tree_.root) continue;
+      if (options_.Cancelled()) return false;
+      const PairPose pair = EstimatePairPose(set_, tree_.parent[c], c, input_.cameras, options_);
+      if (!pair.problem.empty())
+        return Fail(1,
+                    CameraName(c) + " and camera " + std::to_string(tree_.parent[c] + 1) + ": " +
+                        pair.problem,
+                    c);
+      relative_[c] = pair.relative;
+      error.squared += pair.squared_error_px;
+      error.residuals += pair.residuals;
+    }
+    return Succeed(1, error.Rms());
+  }
+
+  bool Chain() {
+    for (int c : tree_.order) {
+      if (c == tree_.root) continue;
+      const auto scale = EstimatePairScale(set_, wand_, tree_.parent[c], c, relative_[c]);
+      if (!scale)
+        return Fail(2,
+                    CameraName(c) + " shares too few wand frames with camera " +
+                        std::to_string(tree_.parent[c] + 1) + " to measure the wand",
+                    c);
+      relative_[c].translation *= *scale;
+    }
+    state_.poses = ChainPoses(tree_, relative_);
+    const double reject_px = kTriangulationRejectFactor * options_.outlier_threshold_px;
+    state_.wand =
+        TriangulateWandPoses(set_, wand_, state_.poses, state_.lenses, state_.use, reject_px);
+    // The error of this pass leaves out what is far off; the robust adjustment
+    // that follows sees every sample again.
+    state_.TrustAll(set_);
+    const auto errors = SampleErrors(set_, wand_, state_);
+    MarkInliers(errors, reject_px, &state_);
+    const int posed = static_cast<int>(std::count_if(state_.wand.begin(), state_.wand.end(),
+                                                     [](const auto& w) { return w.has_value(); }));
+    if (posed < options_.min_camera_frames)
+      return Fail(2, "too few wand frames could be triangulated");
+    return Succeed(2, InlierError(errors, set_, state_).Rms()) && !options_.Cancelled();
+  }
+
+  // Outlier threshold from the current errors: the fixed one, or more when
+  // the errors as a whole are larger (a lens not yet refined).
+  double OutlierThreshold(const std::vector<std::vector<double>>& errors) const {
+    return std::max(options_.outlier_threshold_px, options_.outlier_sigmas * RobustSigma(errors));
+  }
+
+  // Refuses cameras whose inliers no longer give enough coverage.
+  bool CheckCoverage(int pass) {
+    const std::vector<CameraCoverage> coverage = MeasureCoverage(set_, &state_.inlier);
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c]) continue;
+      const std::string problem = CoverageProblem(coverage[c], input_.cameras[c], options_);
+      if (!problem.empty()) {
+        if (c == tree_.root)
+          return Fail(pass, CameraName(c) + " " + problem, c);  // the gauge camera
+        if (!Refuse(pass, c, problem + " after outlier rejection")) return false;
+      }
+    }
+    return true;
+  }
+
+  bool Adjust(int pass, const BundleSettings& settings) {
+    const BundleOutcome outcome = AdjustBundle(set_, wand_, settings, options_, &state_);
+    parameters_ = outcome.parameters;
+    return outcome.ok || (!outcome.cancelled && Fail(pass, outcome.problem));
+  }
+
+  bool RobustAdjustment() {
+    BundleSettings settings;
+    settings.robust = true;
+    settings.fixed_camera = tree_.root;
+    // With the lenses still to be refined, pass 4 adjusts everything again anyway.
+    settings.function_tolerance = options_.refine_intrinsics ? 1e-5 : 1e-9;
+    state_.TrustAll(set_);
+    if (!Adjust(3, settings)) return false;
+    const auto errors = SampleErrors(set_, wand_, state_);
+    // Huber matches least squares below its knee: when no error reached it and
+    // no sample is dropped, this is already the least-squares solution.
+    const std::vector<std::vector<bool>> adjusted = state_.inlier;
+    least_squares_ = !AnyCameraFrameAbove(errors, set_, state_, options_.robust_loss_px);
+    MarkInliers(errors, OutlierThreshold(errors), &state_);
+    least_squares_ = least_squares_ && state_.inlier == adjusted;
+    if (!CheckCoverage(3)) return false;
+    return Succeed(3, InlierError(errors, set_, state_).Rms()) && !options_.Cancelled();
+  }
+
+  bool FinalRefinement() {
+    BundleSettings settings;
+    settings.refine_intrinsics = options_.refine_intrinsics;
+    settings.fixed_camera = tree_.root;
+    settings.function_tolerance = 1e-10;
+    if ((options_.refine_intrinsics || !least_squares_) && !Adjust(4, settings)) return false;
+    // The better model may move the outlier boundary: re-decide and adjust once more.
+    auto errors = SampleErrors(set_, wand_, state_);
+    const std::vector<std::vector<bool>> before = state_.inlier;
+    result_.outliers = MarkInliers(errors, OutlierThreshold(errors), &state_);
+    if (state_.inlier != before) {
+      if (!CheckCoverage(4) || !Adjust(4, settings)) return false;
+      errors = SampleErrors(set_, wand_, state_);
+    }
+    std::vector<ErrorSum> per_camera;
+    const ErrorSum total = InlierError(errors, set_, state_, &per_camera);
+    std::vector<double> rms;
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c]) continue;
+      result_.camera_rms_px[c] = per_camera[c].Rms();
+      result_.camera_samples[c] = static_cast<int>(per_camera[c].residuals / 2);
+      rms.push_back(per_camera[c].Rms());
+    }
+    // Compared with the typical camera: a bad one also raises the overall RMS.
+    std::nth_element(rms.begin(), rms.begin() + (rms.size() - 1) / 2, rms.end());
+    const double typical = rms[(rms.size() - 1) / 2];
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c] || per_camera[c].Rms() <= options_.max_camera_rms_ratio * typical)
+        continue;
+      char detail[160];
+      std::snprintf(detail, sizeof detail,
+                    "reprojects with %.3f px, far above the %.3f px of a typical camera",
+                    per_camera[c].Rms(), typical);
+      if (!Refuse(4, c, detail)) return false;
+    }
+    result_.rms_px = total.Rms();
+    result_.samples_used = static_cast<int>(total.residuals / 2);
+    return Succeed(4, total.Rms());
+  }
+
+  void Finish() {
+    MoveWorld(ChooseWorldFrame(state_, &result_.world), &state_);
+    for (int c = 0; c < set_.cameras; ++c) {
+      result_.calibrated[c] = state_.use[c];
+      if (!state_.use[c]) continue;
+      result_.extrinsics[c] = state_.poses[c];
+      result_.intrinsics[c] = state_.lenses[c];
+    }
+    for (const auto& w : state_.wand)
+      if (w) result_.wand_poses.push_back(*w);
+    result_.frames_used = static_cast<int>(result_.wand_poses.size());
+    result_.parameters = parameters_;
+    result_.status = SolveStatus::kSuccess;
+  }
+
+  const CalibrationInput& input_;
+  const SolverOptions& options_;
+  const PassCallback& on_pass_;
+  CalibrationResult result_;
+  Clock::time_point pass_start_;
+
+  StraightWand wand_;
+  SampleSet set_;
+  CameraTree tree_;
+  std::vector<Extrinsics> relative_;
+  CalibState state_;
+  int parameters_ = 0;
+  bool least_squares_ = false;  // the robust adjustment's result is the least-squares one
+};
+
+}  // namespace
+
+CalibrationResult CalibrateWand(const CalibrationInput& input, const SolverOptions& options,
+                                const PassCallback& on_pass) {
+  return WandCalibration(input, options, on_pass).Run();
+}
+
+}  // namespace zord

@@ -1,0 +1,310 @@
+#include "zord/solver/wand_calibrator.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <thread>
+
+#include "zord/solver/calib_accuracy.h"
+#include "zord/solver/synthetic_capture.h"
+
+namespace zord {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+SyntheticOptions SmallCapture() {
+  SyntheticOptions o;
+  o.cameras = 6;
+  o.frames = 300;
+  o.noise_px = 0.1;
+  return o;
+}
+
+struct SolveRun {
+  CalibrationResult result;
+  std::vector<std::string> messages;
+};
+
+SolveRun Calibrate(const CalibrationInput& input, const SolverOptions& options = {}) {
+  SolveRun run;
+  run.result = CalibrateWand(input, options, [&](const PassReport& report) {
+    for (const std::string& m : report.Messages()) run.messages.push_back(m);
+  });
+  return run;
+}
+
+std::string Joined(const std::vector<std::string>& lines) {
+  std::string all;
+  for (const std::string& l : lines) all += l + "\n";
+  return all;
+}
+
+// Reads a message the way the client does.
+void ParseLikeClient(const std::string& message, int* pass, float* error) {
+  *pass = 0;
+  *error = -1;
+  if (std::sscanf(message.c_str(), "pass %d success.", pass) != 1)
+    std::sscanf(message.c_str(), "error %f", error);
+}
+
+TEST(WandCalibrator, CleanCaptureRecoversCamerasAndReportsEachPass) {
+  const SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  const SolveRun run = Calibrate(capture.input);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+
+  ASSERT_EQ(run.messages.size(), 8u);
+  for (int pass = 1; pass <= 4; ++pass) {
+    int number;
+    float error;
+    ParseLikeClient(run.messages[2 * pass - 2], &number, &error);
+    EXPECT_EQ(number, pass);
+    EXPECT_EQ(run.messages[2 * pass - 2], "pass " + std::to_string(pass) + " success.");
+    ParseLikeClient(run.messages[2 * pass - 1], &number, &error);
+    EXPECT_EQ(number, 0);
+    EXPECT_GE(error, 0) << run.messages[2 * pass - 1];
+    // Nothing after the number: the client would take it as a detail line.
+    EXPECT_THAT(run.messages[2 * pass - 1], Not(HasSubstr(". ")));
+  }
+  EXPECT_NEAR(run.result.rms_px, 0.1, 0.01);
+  EXPECT_EQ(run.result.passes.back().rms_px, run.result.rms_px);
+
+  const std::vector<bool> all(capture.true_poses.size(), true);
+  EXPECT_EQ(run.result.calibrated, all);
+  const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses, all);
+  EXPECT_LT(errors.position_max_mm, 0.3);
+  EXPECT_LT(errors.rotation_max_deg, 0.01);
+  EXPECT_EQ(run.result.outliers, 0);
+}
+
+TEST(WandCalibrator, WorldFrameIsUprightAndCentredOnTheWand) {
+  const SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  const SolveRun run = Calibrate(capture.input);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+  // The synthetic cameras stand upright, so Y must match the true up closely.
+  const Extrinsics& first = run.result.extrinsics[0];
+  const Eigen::Vector3d up_in_camera = first.rotation * Eigen::Vector3d::UnitY();
+  const Eigen::Vector3d true_up = capture.true_poses[0].rotation * Eigen::Vector3d::UnitY();
+  EXPECT_GT(up_in_camera.dot(true_up), 0.999);
+  Eigen::Vector3d centre = Eigen::Vector3d::Zero();
+  for (const WandPose& w : run.result.wand_poses) centre += w.centre;
+  EXPECT_LT((centre / run.result.wand_poses.size()).norm(), 1e-6);
+  // Camera 1 looks along -Z seen from above.
+  const Eigen::Vector3d view = first.rotation.conjugate() * Eigen::Vector3d::UnitZ();
+  EXPECT_NEAR(view.x(), 0, 1e-9);
+  EXPECT_LT(view.z(), 0);
+  EXPECT_EQ(run.result.world.heading_camera, 0);
+}
+
+TEST(WandCalibrator, CameraThatSeesAlmostNothingIsNamed) {
+  SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  // Camera 4 (index 3) keeps its detections in two frames only.
+  int kept_frames = 0;
+  for (WandFrame& frame : capture.input.frames) {
+    bool seen = false;
+    std::erase_if(frame.observations, [&](const WandObservation& o) {
+      if (o.camera != 3) return false;
+      seen = true;
+      return kept_frames >= 2;
+    });
+    kept_frames += seen;
+  }
+  const SolveRun run = Calibrate(capture.input);
+  EXPECT_EQ(run.result.status, SolveStatus::kFailed);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("pass 1 failed. Camera 4 has too few samples"));
+  EXPECT_THAT(run.messages[0], Not(HasSubstr("success")));
+  EXPECT_EQ(run.result.passes[0].camera, 3);
+  for (bool c : run.result.calibrated) EXPECT_FALSE(c);
+
+  SolverOptions lenient;
+  lenient.allow_uncalibrated_cameras = true;
+  const SolveRun partial = Calibrate(capture.input, lenient);
+  ASSERT_EQ(partial.result.status, SolveStatus::kSuccess) << Joined(partial.messages);
+  EXPECT_FALSE(partial.result.calibrated[3]);
+  EXPECT_TRUE(partial.result.calibrated[0]);
+  ASSERT_EQ(partial.result.warnings.size(), 1u);
+  EXPECT_THAT(partial.result.warnings[0], HasSubstr("Camera 4"));
+}
+
+TEST(WandCalibrator, CameraSeeingOneStripOfItsImageIsNamed) {
+  SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  // Camera 2 sees the wand in many frames, but all on one image row band.
+  for (WandFrame& frame : capture.input.frames) {
+    std::erase_if(frame.observations, [](const WandObservation& o) {
+      return o.camera == 1 && std::abs(o.v - 512) > 8;
+    });
+  }
+  const SolveRun run = Calibrate(capture.input);
+  EXPECT_EQ(run.result.status, SolveStatus::kFailed);
+  ASSERT_FALSE(run.messages.empty());
+  EXPECT_THAT(run.messages.back(), HasSubstr("failed. Camera 2 "));
+}
+
+TEST(WandCalibrator, CameraThatDoesNotFitTheOthersIsNamed) {
+  SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  // Camera 3's lens is 2% longer than it claims: its detections cannot agree
+  // with the others, although each on its own looks plausible.
+  for (WandFrame& frame : capture.input.frames) {
+    for (WandObservation& o : frame.observations) {
+      if (o.camera != 2) continue;
+      o.u = 640 + (o.u - 640) * 1.02;
+      o.v = 512 + (o.v - 512) * 1.02;
+    }
+  }
+  const SolveRun run = Calibrate(capture.input);
+  EXPECT_EQ(run.result.status, SolveStatus::kFailed);
+  ASSERT_FALSE(run.messages.empty());
+  EXPECT_THAT(run.messages.back(), HasSubstr("pass 4 failed. Camera 3 reprojects with"));
+  EXPECT_EQ(run.result.passes.back().camera, 2);
+}
+
+TEST(WandCalibrator, SplitCameraGraphFailsCleanly) {
+  SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  // Cameras 1-3 see only the first half of the capture, 4-6 only the second.
+  const size_t half = capture.input.frames.size() / 2;
+  for (size_t f = 0; f < capture.input.frames.size(); ++f) {
+    std::erase_if(capture.input.frames[f].observations,
+                  [&](const WandObservation& o) { return (o.camera < 3) != (f < half); });
+  }
+  const SolveRun run = Calibrate(capture.input);
+  EXPECT_EQ(run.result.status, SolveStatus::kFailed);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("pass 1 failed. Camera "));
+  EXPECT_THAT(run.messages[0], HasSubstr("shares fewer than"));
+  for (bool c : run.result.calibrated) EXPECT_FALSE(c);
+
+  // Allowed to leave cameras out, it calibrates one half and names the other.
+  SolverOptions lenient;
+  lenient.allow_uncalibrated_cameras = true;
+  const SolveRun partial = Calibrate(capture.input, lenient);
+  ASSERT_EQ(partial.result.status, SolveStatus::kSuccess) << Joined(partial.messages);
+  const auto& calibrated = partial.result.calibrated;
+  EXPECT_EQ(std::count(calibrated.begin(), calibrated.end(), true), 3);
+  EXPECT_TRUE(calibrated[0] == calibrated[1] && calibrated[1] == calibrated[2]);
+  ASSERT_EQ(partial.result.warnings.size(), 3u);
+  EXPECT_THAT(partial.result.warnings[0], HasSubstr("left uncalibrated"));
+}
+
+TEST(PassReport, MessagesFollowTheClientsPatterns) {
+  PassReport ok{3, true, 0.25, "", -1, 1.0};
+  EXPECT_EQ(ok.Messages(), (std::vector<std::string>{"pass 3 success.", "error 0.250000"}));
+  PassReport failed{2, false, -1, "Camera 7 shares too few wand frames with camera 2", 6, 0.1};
+  EXPECT_EQ(failed.Messages(),
+            (std::vector<std::string>{
+                "pass 2 failed. Camera 7 shares too few wand frames with camera 2"}));
+}
+
+TEST(WandCalibrator, OutliersAreRejected) {
+  SyntheticOptions options = SmallCapture();
+  options.outlier_fraction = 0.03;
+  options.dropout = 0.1;
+  const SyntheticCapture capture = MakeSyntheticCapture(options);
+  const SolveRun run = Calibrate(capture.input);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+  EXPECT_NEAR(run.result.rms_px, 0.1, 0.015);
+  EXPECT_GT(run.result.outliers, 0);
+  const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses,
+                                               std::vector<bool>(options.cameras, true));
+  EXPECT_LT(errors.position_max_mm, 0.5);
+}
+
+TEST(WandCalibrator, RefinesAPerturbedLens) {
+  SyntheticOptions options = SmallCapture();
+  options.focal_error = 0.01;
+  options.principal_error_px = 4;
+  options.true_k1 = -0.05;
+  const SyntheticCapture capture = MakeSyntheticCapture(options);
+  SolverOptions solver;
+  solver.refine_intrinsics = true;
+  const SolveRun run = Calibrate(capture.input, solver);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+  EXPECT_NEAR(run.result.rms_px, 0.1, 0.01);
+  for (int c = 0; c < options.cameras; ++c) {
+    const Intrinsics& got = run.result.intrinsics[c];
+    const Intrinsics& want = capture.true_lenses[c];
+    EXPECT_NEAR(got.fx / want.fx, 1, 5e-4) << "camera " << c;
+    EXPECT_NEAR(got.cx, want.cx, 1.0) << "camera " << c;
+    EXPECT_NEAR(got.k1, want.k1, 0.005) << "camera " << c;
+  }
+  const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses,
+                                               std::vector<bool>(options.cameras, true));
+  EXPECT_LT(errors.position_max_mm, 1.0);
+}
+
+TEST(WandCalibrator, QualityLimitsTheFramesUsed) {
+  const SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  SolverOptions options;
+  options.quality = 100;
+  const SolveRun run = Calibrate(capture.input, options);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+  EXPECT_EQ(run.result.frames_used, 100);
+  // Spread over the whole capture, not its first hundred frames.
+  EXPECT_GT(run.result.wand_poses.back().frame - run.result.wand_poses.front().frame, 280);
+}
+
+TEST(WandCalibrator, BadInputFailsWithAReason) {
+  SyntheticCapture capture = MakeSyntheticCapture(SmallCapture());
+  CalibrationInput bent = capture.input;
+  bent.wand[3].local.y() += 20;
+  SolveRun run = Calibrate(bent);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("pass 1 failed. the wand is not straight"));
+
+  CalibrationInput stray = capture.input;
+  stray.frames[5].observations.push_back({9, 0, 10, 10});
+  run = Calibrate(stray);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("camera 10 but there are 6 cameras"));
+
+  CalibrationInput empty = capture.input;
+  empty.frames.clear();
+  run = Calibrate(empty);
+  EXPECT_EQ(run.result.status, SolveStatus::kFailed);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("pass 1 failed. Camera 1 has too few samples"));
+
+  SolverOptions bad;
+  bad.outlier_threshold_px = -1;
+  run = Calibrate(capture.input, bad);
+  ASSERT_EQ(run.messages.size(), 1u);
+  EXPECT_THAT(run.messages[0], HasSubstr("outlier_threshold_px"));
+}
+
+TEST(WandCalibrator, CancelStopsPromptlyWithoutFurtherReports) {
+  SyntheticOptions big = SmallCapture();
+  big.frames = 1500;
+  const SyntheticCapture capture = MakeSyntheticCapture(big);
+  std::atomic<bool> cancel{false};
+  SolverOptions options;
+  options.cancel = &cancel;
+  std::vector<int> passes;
+  // Cancel as soon as pass 2 ends: the adjustment must not report.
+  const CalibrationResult result = CalibrateWand(capture.input, options, [&](const PassReport& r) {
+    passes.push_back(r.pass);
+    if (r.pass == 2) cancel = true;
+  });
+  EXPECT_EQ(result.status, SolveStatus::kCancelled);
+  EXPECT_EQ(passes, (std::vector<int>{1, 2}));
+
+  // From another thread, in the middle of the run.
+  cancel = false;
+  std::thread stopper([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    cancel = true;
+  });
+  const auto start = std::chrono::steady_clock::now();
+  const CalibrationResult stopped = CalibrateWand(capture.input, options);
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  stopper.join();
+  EXPECT_EQ(stopped.status, SolveStatus::kCancelled);
+  EXPECT_LT(seconds, 30);  // a hang guard, not a speed check
+}
+
+}  // namespace
+}  // namespace zord
