@@ -1,0 +1,83 @@
+// Cost of one simulated frame of zord: detection of every LED in every camera,
+// triangulation, rigid fits and the records a session streams. The streaming
+// set-up runs 32 cameras x 512 LEDs at 960 Hz, so a step must stay well under
+// a millisecond.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include "zord/sim_engine.h"
+
+namespace {
+
+std::string ScenePath(const char* name) {
+  const char* dir = std::getenv("ZOR_DATA_DIR");
+  return std::string(dir ? dir : "data") + "/scenes/" + name;
+}
+
+// An engine tracking every LED of the scene as points and every body as a rigid.
+std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
+  zord::SimOptions options;
+  options.scene_file = scene_file;
+  std::string error;
+  auto engine = zord::SimEngine::Create(options, &error);
+  if (!engine) {
+    std::cerr << "sim_step_bench: " << error << " (set ZOR_DATA_DIR)\n";
+    std::exit(1);
+  }
+  const zord::Scene& scene = engine->scene();
+  const zord::ClientContext who{1, 0};
+  engine->TrackerOpi(who, 0, ZOR_TRACKER_CREATE, ZOR_POINT_TRACKER);
+  for (int slot = 0; slot < scene.LedCount(); ++slot) {
+    engine->MarkerInts(who, slot, ZOR_MARKER_LED, {scene.LedId(slot)});
+  }
+  engine->TrackerOp(who, 0, ZOR_ON);
+  for (size_t b = 0; b < scene.bodies.size(); ++b) {
+    const int id = 10 + static_cast<int>(b);
+    engine->TrackerOpi(who, id, ZOR_TRACKER_CREATE, ZOR_RIGID_TRACKER);
+    const auto& leds = scene.bodies[b].leds;
+    for (size_t i = 0; i < leds.size(); ++i) {
+      const int marker = (id << 12) | static_cast<int>(i);
+      engine->MarkerInts(who, marker, ZOR_MARKER_LED, {leds[i].id});
+      const Eigen::Vector3f p = leds[i].local.cast<float>();
+      engine->MarkerFloats(who, marker, ZOR_MARKER_POSITION, {p.x(), p.y(), p.z()});
+    }
+    engine->TrackerOp(who, id, ZOR_ON);
+  }
+  return engine;
+}
+
+void RunSteps(benchmark::State& state, const char* scene, bool images) {
+  auto engine = MakeTrackedEngine(ScenePath(scene));
+  zord::FrameData frame;
+  frame.want_images = images;
+  frame.want_detectors = true;
+  int32_t number = 0;
+  for (auto _ : state) {
+    ++number;
+    engine->Step(number, 1.0 / 960, number * 1042, frame);
+    benchmark::DoNotOptimize(frame.markers.data());
+  }
+  state.counters["markers"] = static_cast<double>(frame.markers.size());
+  state.counters["rigids"] = static_cast<double>(frame.rigids.size());
+  state.counters["images"] = static_cast<double>(frame.images.size());
+}
+
+// 32 cameras, 512 LEDs, 16 rigid bodies: the streaming benchmark's server.
+void BM_Step32Cameras512Leds(benchmark::State& state) { RunSteps(state, "bench.json", false); }
+BENCHMARK(BM_Step32Cameras512Leds)->Unit(benchmark::kMicrosecond);
+
+void BM_Step32Cameras512LedsWithImages(benchmark::State& state) {
+  RunSteps(state, "bench.json", true);
+}
+BENCHMARK(BM_Step32Cameras512LedsWithImages)->Unit(benchmark::kMicrosecond);
+
+// The default room: 8 cameras, 21 LEDs.
+void BM_StepDefaultScene(benchmark::State& state) { RunSteps(state, "calibrated.json", true); }
+BENCHMARK(BM_StepDefaultScene)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
