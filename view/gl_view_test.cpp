@@ -1,0 +1,226 @@
+// The real view widget in a small window under X: clicks, box drags and the
+// wheel go through Qt's events to the scene layer and its picking.
+#include <gtest/gtest.h>
+
+#include <QSignalSpy>
+#include <QTest>
+#include <QVBoxLayout>
+#include <QWheelEvent>
+#include <QWidget>
+
+#include "link/zortk.h"
+#include "view/gl_view.h"
+#include "view/synthetic_scene.h"
+#include "view/view_test_support.h"
+
+namespace {
+
+QApplication* App() {
+  static int argc = 1;
+  static char name[] = "view_widget_test";
+  static char* argv[] = {name, nullptr};
+  static QApplication* app = [] {
+    UseLegacyGLFormat();
+    auto* a = new QApplication(argc, argv);
+    InitGlutOnce(argc, argv);
+    return a;
+  }();
+  return app;
+}
+
+ZORMarker At(int id, float x, float y, float z) {
+  ZORMarker m{};
+  m.id = id;
+  m.x = x, m.y = y, m.z = z;
+  m.cond = 1;
+  return m;
+}
+
+// A window holding the view, fed with a frame of four markers in a row
+// across the middle and one above, seen from the front.
+class ViewHarness : public testing::Test {
+ protected:
+  void SetUp() override {
+    App();
+    window_ = std::make_unique<QWidget>();
+    window_->resize(800, 600);
+    auto* layout = new QVBoxLayout(window_.get());
+    layout->setContentsMargins(0, 0, 0, 0);
+    view_ = new GLView(window_.get());
+    layout->addWidget(view_);
+    session_.markers = {At(0, 0, 1000, 0), At(1, 1500, 1000, 0), At(2, -1500, 1000, 0),
+                        At(3, 0, 2000, 0), At(4, 3000, 1000, 0)};
+    session_.frequency = 480;
+    view_->SetSession(&session_);
+    ViewCamera& c = view_->camera();
+    c.rotation.set(0, 0, 0);
+    c.distance = 60;
+    c.wantedCentre.set(0, 10, 0);
+    window_->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
+    Repaint();
+  }
+
+  void Repaint() {
+    view_->update();
+    QTest::qWait(30);
+    QCoreApplication::processEvents();
+  }
+
+  // Where a marker is drawn, in the widget's logical coordinates.
+  QPoint OnScreen(int index) {
+    const ZORMarker& m = session_.markers[index];
+    const float s = view_->viewScale();
+    double x, y, z;
+    EXPECT_TRUE(view_->camera().Project(Vec3(m.x * s, m.y * s, m.z * s), x, y, z));
+    const qreal ratio = view_->devicePixelRatioF();
+    return QPoint(qRound(x / ratio), qRound((view_->pixelHeight() - y) / ratio));
+  }
+
+  std::unique_ptr<QWidget> window_;
+  GLView* view_ = nullptr;
+  ZOR session_{128, 1.0f};
+};
+
+TEST_F(ViewHarness, ClickOnAMarkerSelectsItAndRecentres) {
+  QSignalSpy picked(view_, &GLView::sg_MarkerSelected);
+  const QPoint at = OnScreen(1);
+  QTest::mouseClick(view_, Qt::LeftButton, {}, at + QPoint(2, -1));
+  EXPECT_EQ(view_->selection().markers, std::vector<int>{1});
+  ASSERT_EQ(picked.count(), 1);
+  EXPECT_EQ(picked.at(0).at(0).toInt(), 1);
+  EXPECT_NEAR(view_->camera().wantedCentre[0], 15, 1e-4);
+  EXPECT_NEAR(view_->camera().wantedCentre[1], 10, 1e-4);
+  Repaint();
+  EXPECT_NEAR(view_->camera().centre[0], 15, 1e-4);  // the view turned to it
+  // A second click (later than a double click) toggles it off again.
+  QTest::qWait(250);
+  QTest::mouseClick(view_, Qt::LeftButton, {}, OnScreen(1));
+  EXPECT_TRUE(view_->selection().markers.empty());
+}
+
+TEST_F(ViewHarness, ClickOnEmptySpaceSelectsNothing) {
+  const Vec3 centre = view_->camera().wantedCentre;
+  QTest::mouseClick(view_, Qt::LeftButton, {}, QPoint(30, 30));
+  EXPECT_TRUE(view_->selection().Empty());
+  EXPECT_TRUE(equals(view_->camera().wantedCentre, centre));
+}
+
+TEST_F(ViewHarness, MiddleDragBoxSelectsWhatItCovers) {
+  // A box around markers 0 and 1 (and not 2, 3 or 4).
+  const QPoint a = OnScreen(0), b = OnScreen(1);
+  const QPoint from(a.x() - 15, a.y() - 15), to(b.x() + 15, b.y() + 15);
+  QTest::mousePress(view_, Qt::MiddleButton, {}, from);
+  QTest::mouseMove(view_, (from + to) / 2);
+  QTest::mouseMove(view_, to);
+  EXPECT_EQ(view_->interaction(), SceneView::kBox);
+  Repaint();  // the box is drawn while dragging
+  QTest::mouseRelease(view_, Qt::MiddleButton, {}, to);
+  std::vector<int> got = view_->selection().dragMarkers;
+  std::sort(got.begin(), got.end());
+  EXPECT_EQ(got, (std::vector<int>{0, 1}));
+  EXPECT_EQ(view_->interaction(), SceneView::kIdle);
+
+  // A plain box elsewhere replaces the selection; with Control it adds.
+  const QPoint c = OnScreen(2);
+  QTest::mousePress(view_, Qt::MiddleButton, Qt::ControlModifier, c - QPoint(10, 10));
+  QTest::mouseRelease(view_, Qt::MiddleButton, Qt::ControlModifier, c + QPoint(10, 10));
+  EXPECT_EQ(view_->selection().dragMarkers.size(), 3u);
+  QTest::mousePress(view_, Qt::MiddleButton, {}, c - QPoint(10, 10));
+  QTest::mouseRelease(view_, Qt::MiddleButton, {}, c + QPoint(10, 10));
+  EXPECT_EQ(view_->selection().dragMarkers, std::vector<int>{2});
+}
+
+TEST_F(ViewHarness, WheelZooms) {
+  const float before = view_->camera().distance;
+  const QPoint centre(view_->width() / 2, view_->height() / 2);
+  QWheelEvent forward(centre, view_->mapToGlobal(centre), QPoint(), QPoint(0, 120), Qt::NoButton,
+                      Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(view_, &forward);
+  EXPECT_FLOAT_EQ(view_->camera().distance, before / 1.5f);
+  QWheelEvent backward(centre, view_->mapToGlobal(centre), QPoint(), QPoint(0, -120), Qt::NoButton,
+                       Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(view_, &backward);
+  EXPECT_FLOAT_EQ(view_->camera().distance, before);
+  EXPECT_EQ(view_->mouseState().buttons, 0);  // press and release each time
+}
+
+TEST_F(ViewHarness, ControlWheelZoomsTowardsThePointer) {
+  view_->camera().rotation.set(30, 0, 0);  // from above, so the pointer meets the floor plane
+  Repaint();
+  const QPoint right = OnScreen(1);
+  QWheelEvent forward(right, view_->mapToGlobal(right), QPoint(), QPoint(0, 120), Qt::NoButton,
+                      Qt::ControlModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(view_, &forward);
+  EXPECT_GT(view_->camera().centre[0], 1);  // moved towards marker 1 at x = 15
+  EXPECT_LT(view_->camera().centre[0], 15);
+}
+
+TEST_F(ViewHarness, SelectionSetsAndEscape) {
+  QTest::mouseClick(view_, Qt::LeftButton, {}, OnScreen(0));
+  view_->sl_Select(3);  // stores
+  view_->sl_ClearSelections();
+  EXPECT_TRUE(view_->selection().Empty());
+  view_->sl_Select(3);  // recalls
+  EXPECT_EQ(view_->selection().markers, std::vector<int>{0});
+  view_->sl_ClearSelections();
+  view_->sl_ClearSelections();  // a second Escape forgets the sets
+  EXPECT_FALSE(view_->selection().SetStored(3));
+}
+
+TEST_F(ViewHarness, TwoDViewClickTogglesACamera) {
+  SyntheticScene scene;
+  scene.markers = 5;
+  scene.cameras = 4;
+  scene.Fill(session_, 1);
+  view_->sl_View2d();
+  Repaint();
+  // Four cameras in 800 x 600: 2 columns, 2 rows; top left is camera 0.
+  QTest::mouseClick(view_, Qt::LeftButton, {}, QPoint(100, 100));
+  EXPECT_TRUE(view_->selection().CameraSelected(0));
+  QTest::mouseClick(view_, Qt::LeftButton, {}, QPoint(700, 500));
+  EXPECT_TRUE(view_->selection().CameraSelected(3));
+  QTest::qWait(250);
+  QTest::mouseClick(view_, Qt::LeftButton, {}, QPoint(100, 100));
+  EXPECT_FALSE(view_->selection().CameraSelected(0));
+}
+
+TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
+  SyntheticScene scene;
+  scene.markers = 0;
+  scene.rigids = 1;
+  scene.cameras = 0;
+  scene.Fill(session_, 1);
+  view_->selection().rigids = {0};
+  view_->UseSelectionSet(0);  // no set: nothing; attach through a box instead
+  const ZORRigid& r = session_.rigids[0];
+  const float s = view_->viewScale();
+  view_->camera().wantedCentre.set(r.pose[0] * s, r.pose[1] * s, r.pose[2] * s);
+  Repaint();
+  double x, y, z;
+  view_->camera().Project(Vec3(r.pose[0] * s, r.pose[1] * s, r.pose[2] * s), x, y, z);
+  const qreal ratio = view_->devicePixelRatioF();
+  const QPoint body(qRound(x / ratio), qRound((view_->pixelHeight() - y) / ratio));
+  QTest::mousePress(view_, Qt::MiddleButton, {}, body - QPoint(5, 5));
+  QTest::mouseRelease(view_, Qt::MiddleButton, {}, body + QPoint(5, 5));
+  ASSERT_EQ(view_->selection().rigids, std::vector<int>{0});
+  ASSERT_TRUE(view_->manipulator().attached());
+  Repaint();
+  // Grab the free-rotation ring (just outside the others) on its right side.
+  const float radius = Manipulator::RingRadius(view_->camera().eye, view_->manipulator().Centre());
+  const Vec3 edge(r.pose[0] * s + radius * 1.15f, r.pose[1] * s, r.pose[2] * s);
+  // The ring faces the viewer: its right-hand point along the screen's x.
+  double ex, ey, ez;
+  view_->camera().Project(edge, ex, ey, ez);
+  (void)ey, (void)ez;
+  const int reach = qRound(std::fabs(ex - x) / ratio);
+  QSignalSpy turned(view_, &GLView::sg_Manipulated);
+  QTest::mousePress(view_, Qt::LeftButton, {}, body + QPoint(reach, 0));
+  EXPECT_NE(view_->manipulator().state, Manipulator::kNone);
+  QTest::mouseMove(view_, body + QPoint(0, -reach));
+  QTest::mouseRelease(view_, Qt::LeftButton, {}, body + QPoint(0, -reach));
+  EXPECT_GE(turned.count(), 1);
+  EXPECT_FALSE(equals(view_->manipulator().CurrentPose(), view_->manipulator().start));
+}
+
+}  // namespace
