@@ -580,8 +580,6 @@ void SceneView::DrawAlignment() {
     // The plane's normal (up), square to both axes.
     const Vec3 x = difference(p[1], p[0]), z = difference(p[2], p[0]);
     Vec3 normal = cross(z, x);
-    Vec3 zSquare = cross(x, normal);
-    (void)zSquare;
     normal.setLength(x.length());
     glColor3f(0, 1, 0);
     gldraw::Line(p[0], Vec3(p[0][0] + normal[0], p[0][1] + normal[1], p[0][2] + normal[2]));
