@@ -48,6 +48,29 @@ void Detector::Run(const std::vector<Eigen::Vector3d>& world, const std::vector<
   first_[leds] = static_cast<int>(detections_.size());
 }
 
+void Detector::Load(const std::vector<ZORImage>& images, const Scene& scene) {
+  detections_.clear();
+  std::fill(per_camera_.begin(), per_camera_.end(), 0);
+  std::fill(first_.begin(), first_.end(), 0);
+  const int cameras = static_cast<int>(cameras_.size());
+  auto slot_of = [&](const ZORImage& image) {
+    return image.camera >= 0 && image.camera < cameras ? scene.SlotOf(image.led) : -1;
+  };
+  // Counting sort by slot; cameras keep their recorded order within a slot.
+  for (const ZORImage& image : images) {
+    if (const int slot = slot_of(image); slot >= 0) ++first_[slot + 1];
+  }
+  for (size_t i = 1; i < first_.size(); ++i) first_[i] += first_[i - 1];
+  detections_.resize(static_cast<size_t>(first_.back()));
+  std::vector<int> next(first_.begin(), first_.end() - 1);
+  for (const ZORImage& image : images) {
+    const int slot = slot_of(image);
+    if (slot < 0) continue;
+    detections_[next[slot]++] = {image.camera, slot, image.u, image.v, 0};
+    ++per_camera_[image.camera];
+  }
+}
+
 float BlobSize(double led_diameter_mm, double focal_px, float depth) {
   return std::max(1.5f, static_cast<float>(led_diameter_mm * focal_px) / depth);
 }

@@ -10,6 +10,7 @@
 
 #include "zord/scene.h"
 #include "zord/sim_random.h"
+#include "zorsock/zorsock.h"
 
 namespace zord {
 
@@ -28,6 +29,9 @@ class Detector {
   // Projects the LEDs (world positions and lit flags by slot). Detections are
   // grouped by LED slot, cameras in order within a slot.
   void Run(const std::vector<Eigen::Vector3d>& world, const std::vector<uint8_t>& lit);
+  // Takes recorded detections instead (replay), grouped the same way;
+  // detections of LEDs the scene lacks or of unknown cameras are skipped.
+  void Load(const std::vector<ZORImage>& images, const Scene& scene);
 
   const std::vector<Detection>& detections() const { return detections_; }
   int First(int slot) const { return first_[slot]; }

@@ -9,9 +9,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "zorsock/wire.h"
 #include "zorsock/zorsock.h"
 
 namespace zord {
@@ -29,6 +31,15 @@ struct FrameData {
   std::vector<ZORRigid> rigids;        // enabled rigid trackers
   std::vector<ZORImage> images;        // every 2D detection of every camera
   std::vector<ZORDetector> detectors;  // one per camera
+  bool wand_capture = false;           // the wand was being captured for calibration
+};
+
+// A raw data recording sent for replay (docs/rpd.md): the cameras it was made
+// with and every frame's 2D detections, in order.
+struct RawRecording {
+  zorsock::wire::RawHeader header;
+  std::vector<zorsock::wire::RawFrame> frames;
+  size_t images = 0;  // over all frames
 };
 
 // Who is asking: state changes from slave sessions are refused by the server
@@ -72,6 +83,16 @@ class Engine {
 
   // Operator control (zordctl, tests): a JSON request, a JSON reply.
   virtual std::string Control(const std::string& request_json) = 0;
+
+  // Raw data. The cameras raw frames describe (none: the engine offers no raw
+  // data), and replacing the camera input by a recording (ZOR_NO_ERROR, or an
+  // error code with the reason in `why`).
+  virtual zorsock::wire::RawHeader RawDataHeader() const { return {}; }
+  virtual int StartReplay(std::shared_ptr<const RawRecording> recording, std::string* why) {
+    (void)recording;
+    *why = "this server cannot replay recordings";
+    return ZOR_INVALID_OPERATION;
+  }
 };
 
 }  // namespace zord

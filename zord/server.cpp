@@ -213,6 +213,16 @@ SessionHost::Admission Server::Admit(Session& session, const wire::Hello& hello)
     a.refuse.message = "the server is shutting down";
     return a;
   }
+  if (hello.role == wire::Role::kRaw) {
+    if (hello.flags != wire::kRawRecord && hello.flags != wire::kRawReplay) {
+      a.refuse.message = "raw data mode " + std::to_string(hello.flags) + " is unknown";
+      return a;
+    }
+    if (hello.flags == wire::kRawRecord && engine_.RawDataHeader().cameras.empty()) {
+      a.refuse.message = "this server has no raw data";
+      return a;
+    }
+  }
   a.ok = true;
   a.welcome.session = session.id();
   a.welcome.description = description();
@@ -221,6 +231,15 @@ SessionHost::Admission Server::Admit(Session& session, const wire::Hello& hello)
 
 void Server::Admitted(const std::shared_ptr<Session>& session) {
   if (session->control()) return;
+  if (session->raw_mode() != 0) {
+    Log("raw data session " + std::to_string(session->id()) + " from " + session->peer() +
+        (session->raw_mode() == wire::kRawRecord ? " (recording)" : " (sending a recording)"));
+    if (session->raw_mode() == wire::kRawRecord) {
+      session->SendMessage(
+          std::make_shared<const wire::Bytes>(wire::EncodeRawHeader(engine_.RawDataHeader())));
+    }
+    return;
+  }
   char flags[16];
   std::snprintf(flags, sizeof flags, "0x%x", session->context().flags);
   Log("session " + std::to_string(session->id()) + " from " + session->peer() + " flags " + flags);
@@ -254,11 +273,27 @@ void Server::OnClosed(const std::shared_ptr<Session>& session) {
     std::erase(sessions_, session);
     closed_sessions_dropped_ += session->dropped_frames();
   }
-  if (!session->admitted() || session->control()) return;
+  if (!session->admitted() || !session->client()) return;
   Log("session " + std::to_string(session->id()) + " closed (" +
       std::to_string(session->dropped_frames()) + " frames dropped)");
   const ClientContext who = session->context();
   asio::post(worker_, [this, who] { engine_.SessionClosed(who); });
+}
+
+void Server::OnRecording(const std::shared_ptr<Session>& session,
+                         std::shared_ptr<RawRecording> recording) {
+  asio::post(worker_, [this, session, recording = std::move(recording)]() mutable {
+    wire::Reply reply;
+    const size_t frames = recording->frames.size();
+    reply.status = engine_.StartReplay(std::move(recording), &reply.text);
+    if (reply.status != ZOR_NO_ERROR) {
+      std::fprintf(stderr, "zord: recording from %s refused: %s\n", session->peer().c_str(),
+                   reply.text.c_str());
+    } else {
+      reply.text = "replaying " + std::to_string(frames) + " frames";
+    }
+    asio::post(io_, [session, reply = std::move(reply)] { session->SendFinalReply(reply); });
+  });
 }
 
 std::vector<std::shared_ptr<Session>> Server::Sessions() const {
@@ -269,7 +304,10 @@ std::vector<std::shared_ptr<Session>> Server::Sessions() const {
 unsigned Server::WantedKinds() const {
   std::lock_guard lock(sessions_mu_);
   unsigned wanted = 0;
-  for (const auto& session : sessions_) wanted |= session->streams().sent();
+  for (const auto& session : sessions_) {
+    wanted |= session->streams().sent();
+    if (session->admitted() && session->raw_mode() == wire::kRawRecord) wanted |= kImageBit;
+  }
   return wanted;
 }
 
@@ -294,8 +332,18 @@ void Server::Publish(std::shared_ptr<FrameData> frame) {
 void Server::SendFrame(const FrameData& frame) {
   // One encoding per combination of kinds, shared by the sessions that want it.
   std::shared_ptr<const wire::Bytes> encoded[16];
+  std::shared_ptr<const wire::Bytes> raw;
   for (const auto& session : Sessions()) {
-    if (!session->admitted() || session->control() || !session->streams().streaming) continue;
+    if (session->admitted() && session->raw_mode() == wire::kRawRecord) {
+      if (!raw) {
+        wire::RawFrame r{frame.number, frame.time_us,
+                         frame.wand_capture ? wire::kRawFrameCapturing : 0u, frame.images};
+        raw = std::make_shared<const wire::Bytes>(wire::EncodeRawFrame(r));
+      }
+      session->SendFrame(raw);
+      continue;
+    }
+    if (!session->admitted() || !session->client() || !session->streams().streaming) continue;
     const unsigned kinds = session->streams().kinds & 0xF;
     if (!encoded[kinds])
       encoded[kinds] = std::make_shared<const wire::Bytes>(wire::EncodeFrame(Select(frame, kinds)));
@@ -316,7 +364,7 @@ void Server::WatchCameras() {
   }
   asio::post(io_, [this, message] {
     for (const auto& session : Sessions()) {
-      if (session->admitted() && !session->control()) session->SendMessage(message);
+      if (session->admitted() && session->client()) session->SendMessage(message);
     }
   });
 }

@@ -63,6 +63,8 @@ class Server : private SessionHost {
   void Admitted(const std::shared_ptr<Session>& session) override;
   void OnRequest(const std::shared_ptr<Session>& session, zorsock::wire::Request r) override;
   void OnClosed(const std::shared_ptr<Session>& session) override;
+  void OnRecording(const std::shared_ptr<Session>& session,
+                   std::shared_ptr<RawRecording> recording) override;
 
   void Accept();
   // A copy: sending may close a session, which takes it off the list.

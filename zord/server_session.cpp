@@ -63,6 +63,8 @@ void Session::OnMessage() {
   if (!admitted_) {
     if (header_.type != wire::Type::kHello) return Close();
     OnHello();
+  } else if (raw_mode_ != 0) {
+    if (!OnRawMessage()) return;
   } else {
     if (header_.type != wire::Type::kRequest) return Close();
     auto request = wire::DecodeRequest(payload_.data(), payload_.size());
@@ -84,9 +86,60 @@ void Session::OnHello() {
   handshake_timer_.cancel();
   context_.flags = hello->flags;
   control_ = hello->role == wire::Role::kControl;
+  if (hello->role == wire::Role::kRaw) raw_mode_ = hello->flags;  // checked by Admit
   admitted_ = true;
   SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeWelcome(admission.welcome)));
   host_.Admitted(shared_from_this());
+}
+
+bool Session::OnRawMessage() {
+  const uint8_t* p = payload_.data();
+  const size_t n = payload_.size();
+  if (raw_mode_ != wire::kRawReplay) {
+    Close();  // a recording client only listens
+    return false;
+  }
+  switch (header_.type) {
+    case wire::Type::kRawHeader: {
+      const auto header = wire::DecodeRawHeader(p, n);
+      if (upload_ || !header) break;
+      upload_ = std::make_shared<RawRecording>();
+      upload_->header = *header;
+      return true;
+    }
+    case wire::Type::kRawFrame: {
+      if (!upload_) break;
+      auto frame = wire::DecodeRawFrame(p, n, upload_->header.cameras.size());
+      if (!frame) break;
+      upload_->images += frame->images.size();
+      if (upload_->images > limits_.max_replay_images) {
+        wire::Reply refuse;
+        refuse.status = ZOR_INVALID_VALUE;
+        refuse.text = "the recording holds more than " + std::to_string(limits_.max_replay_images) +
+                      " detections";
+        upload_.reset();
+        SendFinalReply(refuse);
+        return false;
+      }
+      upload_->frames.push_back(std::move(*frame));
+      return true;
+    }
+    case wire::Type::kRawEnd:
+      if (!upload_ || n != 0) break;
+      host_.OnRecording(shared_from_this(), std::move(upload_));
+      return false;  // nothing more to read; the verdict ends the session
+    default:
+      break;
+  }
+  Close();
+  return false;
+}
+
+void Session::SendFinalReply(const wire::Reply& reply) {
+  if (closed_ || finishing_) return;
+  SendMessage(std::make_shared<const wire::Bytes>(wire::EncodeReply(reply)));
+  finishing_ = true;
+  if (!writing_) WriteNext();
 }
 
 void Session::SendFrame(std::shared_ptr<const wire::Bytes> bytes) {

@@ -20,6 +20,7 @@ namespace zord {
 
 struct SessionLimits {
   size_t max_queued_frames = 1024;         // frames waiting to be written (1 s at 960 Hz)
+  size_t max_replay_images = 20'000'000;   // detections a replay upload may hold
   size_t max_queued_bytes = 32u << 20;     // frames give way beyond this
   size_t max_pending_requests = 256;       // requests sent but not yet answered
   std::chrono::milliseconds handshake_timeout{10'000};
@@ -41,6 +42,10 @@ class SessionHost {
   // The welcome is queued: the host may now send the session its state.
   virtual void Admitted(const std::shared_ptr<Session>& session) = 0;
   virtual void OnRequest(const std::shared_ptr<Session>& session, zorsock::wire::Request r) = 0;
+  // A raw data session (mode 2) sent a complete recording; the host answers
+  // it with SendFinalReply.
+  virtual void OnRecording(const std::shared_ptr<Session>& session,
+                           std::shared_ptr<RawRecording> recording) = 0;
   // Once per session, when it closes for any reason.
   virtual void OnClosed(const std::shared_ptr<Session>& session) = 0;
 };
@@ -55,6 +60,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void SendMessage(std::shared_ptr<const zorsock::wire::Bytes> bytes);
   // A reply to one of this session's requests.
   void SendReply(const zorsock::wire::Reply& reply);
+  // A reply that ends the session: closes once it is written.
+  void SendFinalReply(const zorsock::wire::Reply& reply);
   // Tells the client the session ends, closes once that is written.
   void Finish();
   void Close();
@@ -63,6 +70,10 @@ class Session : public std::enable_shared_from_this<Session> {
   const ClientContext& context() const { return context_; }
   bool control() const { return control_; }
   bool admitted() const { return admitted_; }
+  // Raw data connection: wire::kRawRecord or kRawReplay; 0 for other sessions.
+  uint32_t raw_mode() const { return raw_mode_; }
+  // A session of the engine's: a client, neither control nor raw data.
+  bool client() const { return !control_ && raw_mode_ == 0; }
   bool closed() const { return closed_; }
   StreamSwitches& streams() { return streams_; }
   int64_t dropped_frames() const { return dropped_frames_; }
@@ -78,6 +89,8 @@ class Session : public std::enable_shared_from_this<Session> {
   void ReadPayload();
   void OnMessage();
   void OnHello();
+  // A replay upload's messages; false when the session must stop reading.
+  bool OnRawMessage();
   void Queue(Outgoing out);
   void TrimFrames();
   void WriteNext();
@@ -91,6 +104,8 @@ class Session : public std::enable_shared_from_this<Session> {
 
   ClientContext context_;
   bool control_ = false;
+  uint32_t raw_mode_ = 0;
+  std::shared_ptr<RawRecording> upload_;  // a recording being received (mode 2)
   bool admitted_ = false;
   bool closed_ = false;
   bool finishing_ = false;

@@ -387,10 +387,12 @@ TEST_F(ServerTest, DiscoveryFindsTheServerByNameAndAddress) {
   EXPECT_LT(zor_scan("127.0.0.1", options_.discovery_port, "test", 1000, nullptr, 4), 0);
 }
 
-TEST_F(ServerTest, RawDataRecordingIsNotAvailableYet) {
-  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 3), -1);
-  EXPECT_EQ(zorRPDOpen("127.0.0.1:1", "x.rpd", 1), -3);
-  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 1), ZOR_RPD_NOT_AVAILABLE);
+TEST_F(ServerTest, RawDataNeedsAnEngineThatHasIt) {
+  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 3), ZOR_RPD_INVALID_MODE);
+  EXPECT_EQ(zorRPDOpen("127.0.0.1:1", "x.rpd", 1), ZOR_RPD_CANNOT_CONNECT);
+  // This engine has no cameras to record: the server refuses the mode.
+  EXPECT_EQ(zorRPDOpen(Address().c_str(), "x.rpd", 1), ZOR_RPD_MODE_FAILED);
+  EXPECT_NE(std::string(zorRPDError()).find("no raw data"), std::string::npos) << zorRPDError();
   EXPECT_EQ(zorRPDRecv(), 0);
   EXPECT_EQ(zorRPDClose(), 0);
 }

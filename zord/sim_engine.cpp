@@ -116,6 +116,9 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
 
   std::shared_ptr<const TrackerPlan> plan;
   std::shared_ptr<const Rig> rig;
+  std::shared_ptr<const RawRecording> replay;
+  const zorsock::wire::RawFrame* replayed = nullptr;
+  int64_t replay_index = -1;
   bool capturing;
   {
     std::lock_guard lock(mutex_);
@@ -131,13 +134,34 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
     rig = rig_;
     capturing = capturing_;
     last_frame_ = frame_number;
+    replay = replay_;  // keeps the recorded frame alive outside the lock
+    replayed = NextReplayFrame(&replay_index);
   }
 
-  detector_.Run(world_, lit_);
+  if (replayed) {
+    detector_.Load(replayed->images, *scene_);
+  } else {
+    detector_.Run(world_, lit_);
+  }
   Reconstruct(*plan, *rig);
   Report(*plan, *rig, frame_number, out);
-  if (out.want_images) ReportImages(frame_number, out);
-  if (capturing) CollectCapture(*plan, frame_number);
+  if (out.want_images) {
+    if (replayed) {
+      out.images = replayed->images;
+      for (ZORImage& image : out.images) image.frame = frame_number;
+    } else {
+      ReportImages(frame_number, out);
+    }
+  }
+  out.wand_capture = capturing && CollectCapture(*plan, frame_number, replay_index);
+}
+
+const zorsock::wire::RawFrame* SimEngine::NextReplayFrame(int64_t* index) {
+  if (!replay_) return nullptr;
+  *index = static_cast<int64_t>(replay_next_);
+  const zorsock::wire::RawFrame* frame = &replay_->frames[replay_next_];
+  replay_next_ = (replay_next_ + 1) % replay_->frames.size();
+  return frame;
 }
 
 void SimEngine::Reconstruct(const TrackerPlan& plan, const Rig& rig) {
@@ -222,7 +246,7 @@ void SimEngine::ReportImages(int32_t frame, FrameData& out) const {
   }
 }
 
-void SimEngine::CollectCapture(const TrackerPlan& plan, int32_t frame) {
+bool SimEngine::CollectCapture(const TrackerPlan& plan, int32_t frame, int64_t replayed) {
   capture_scratch_.clear();
   for (int slot : plan.calibration_slots) {
     const Detection* d = detector_.detections().data() + detector_.First(slot);
@@ -231,13 +255,22 @@ void SimEngine::CollectCapture(const TrackerPlan& plan, int32_t frame) {
     }
   }
   std::lock_guard lock(mutex_);
-  if (!capturing_) return;
-  if (capture_.observations.size() + capture_scratch_.size() > kMaxCaptureObservations) {
+  if (!capturing_) return false;
+  if (replayed >= 0 && replay_ && static_cast<size_t>(replayed) < replay_taken_.size()) {
+    // Each recorded frame once, and only those the recording captured.
+    if (replay_taken_[replayed]) return true;
+    if (replay_marks_capture_ &&
+        !(replay_->frames[replayed].flags & zorsock::wire::kRawFrameCapturing))
+      return true;
+    replay_taken_[replayed] = 1;
+  }
+  if (capture_->observations.size() + capture_scratch_.size() > kMaxCaptureObservations) {
     capturing_ = false;
     messages_.push_back("capture stopped: the capture buffer is full");
-    return;
+    return false;
   }
-  capture_.Append(frame, capture_scratch_);
+  capture_->Append(frame, capture_scratch_);
+  return true;
 }
 
 std::vector<ZORCamera> SimEngine::Cameras() const {

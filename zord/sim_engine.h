@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "zord/calibration_job.h"
 #include "zord/calibration_store.h"
 #include "zord/detect.h"
 #include "zord/engine.h"
@@ -56,6 +57,8 @@ class SimEngine : public Engine {
   int GetInts(const ClientContext& who, int code, std::vector<int32_t>& out) override;
   int GetString(const ClientContext& who, int code, std::string& out) override;
   std::string Control(const std::string& request_json) override;
+  zorsock::wire::RawHeader RawDataHeader() const override;
+  int StartReplay(std::shared_ptr<const RawRecording> recording, std::string* why) override;
 
   // For the calibration solver: a copy of the captured wand data, with the
   // wand geometry (tracker 1) and the cameras' nominal lenses.
@@ -65,11 +68,15 @@ class SimEngine : public Engine {
   void SetWorkingCameras(const std::vector<CameraCalibration>& cameras, int session);
   // Queues a message for ZOR_CALIB_MESSAGE.
   void PushCalibrationMessage(const std::string& message);
+  // Whether a calibration run (ZOR_CALIB_RUN) is still working.
+  bool Calibrating() const;
 
   const Scene& scene() const { return *scene_; }
 
   // Most wand observations kept over all captures; capturing stops there.
   static constexpr size_t kMaxCaptureObservations = 20'000'000;
+  // The solver's settings for a run at the client's quality value.
+  static SolverOptions CalibrationOptions(int quality);
 
  private:
   // The working calibration in the form reconstruction and reporting use.
@@ -86,12 +93,21 @@ class SimEngine : public Engine {
   // Call with mutex_ held.
   void RebuildRig();
   int NeedCalibration(const ClientContext& who) const;
+  int StartCalibration(const ClientContext& who, int quality);
+  void FinishCalibration(const CalibrationResult& result, int session);
+  // Cancels a running calibration whose result would no longer apply.
+  void CancelCalibration();
 
   // Clock-thread work of Step, outside the lock.
   void Reconstruct(const TrackerPlan& plan, const Rig& rig);
   void Report(const TrackerPlan& plan, const Rig& rig, int32_t frame, FrameData& out);
   void ReportImages(int32_t frame, FrameData& out) const;
-  void CollectCapture(const TrackerPlan& plan, int32_t frame);
+  // `replayed`: index of the recording's frame being replayed, -1 when live.
+  // False when capturing had stopped meanwhile (the frame is not part of it).
+  bool CollectCapture(const TrackerPlan& plan, int32_t frame, int64_t replayed);
+  // The recorded frame the next step replays (mutex held); null when live.
+  const zorsock::wire::RawFrame* NextReplayFrame(int64_t* index);
+  nlohmann::json ReplayControl(const nlohmann::json& request);
 
   const SimOptions options_;
   const std::unique_ptr<const Scene> scene_;
@@ -107,7 +123,19 @@ class SimEngine : public Engine {
   std::optional<int> working_owner_;  // session that changed the working calibration
   bool capturing_ = false;
   std::optional<int> capture_owner_;
-  CalibrationCapture capture_;
+  // Changed in place only while capturing; a calibration run shares it, and
+  // capturing is refused while one runs. Reset and close replace it.
+  std::shared_ptr<CalibrationCapture> capture_ = std::make_shared<CalibrationCapture>();
+  bool calibrating_ = false;
+  // Replay of a raw data recording instead of the simulated cameras: the
+  // frames play in a loop; a wand capture starts at the recording's first
+  // frame and takes each recorded frame once (only those recorded while
+  // capturing, when the recording marks any).
+  std::shared_ptr<const RawRecording> replay_;
+  size_t replay_next_ = 0;
+  bool replay_marks_capture_ = false;
+  std::vector<uint8_t> replay_taken_;
+  std::optional<int> calibration_owner_;  // session whose run is working
   std::deque<std::string> messages_;
   int32_t last_frame_ = -1;
 
@@ -121,6 +149,10 @@ class SimEngine : public Engine {
   std::vector<RigidPlacement> last_rigid_; // by tracker id
   std::vector<Eigen::Vector3d> fit_local_, fit_world_;
   std::vector<CalibrationObservation> capture_scratch_;
+
+  // Last: destroyed first, so a running solve is cancelled and joined while
+  // the state its callbacks touch still exists.
+  CalibrationJob calibration_job_;
 };
 
 std::unique_ptr<Engine> CreateSimEngine(const SimOptions& options, std::string* error);

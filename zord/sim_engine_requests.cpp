@@ -1,5 +1,6 @@
 // Client requests to the simulated engine: trackers, the calibration session
 // and its state, calibration messages, and the operator console.
+#include <algorithm>
 #include <cmath>
 #include <exception>
 #include <iostream>
@@ -11,7 +12,6 @@ namespace zord {
 namespace {
 
 constexpr int kCalibrationTracker = 1;
-constexpr const char* kNoSolver = "pass 1 failed. calibration solver not available";
 
 // Replies never throw, even when a request echoed back holds bad UTF-8.
 std::string Dump(const nlohmann::json& reply) {
@@ -44,9 +44,12 @@ void SimEngine::SessionClosed(const ClientContext& who) {
   }
   if (capture_owner_ == who.session) {
     capturing_ = false;
-    capture_.Clear();
+    capture_ = std::make_shared<CalibrationCapture>();
+    std::fill(replay_taken_.begin(), replay_taken_.end(), 0);
     capture_owner_.reset();
   }
+  // Its calibration run, if any, has no one left to report to.
+  if (calibration_owner_ == who.session) CancelCalibration();
 }
 
 int SimEngine::TrackerOp(const ClientContext& who, int id, int op) {
@@ -66,16 +69,20 @@ int SimEngine::TrackerOp(const ClientContext& who, int id, int op) {
   }
   if (const int e = NeedCalibration(who); e != ZOR_NO_ERROR) return e;
   if (id != kCalibrationTracker) return ZOR_INVALID_VALUE;
+  // The running solve reads the capture: it may not change meanwhile.
+  if (calibrating_ && op != ZOR_CALIB_CAPTURE_STOP) return ZOR_INVALID_OPERATION;
   if (op == ZOR_CALIB_CAPTURE_START) {
     const Tracker* wand = trackers_.Find(kCalibrationTracker);
     if (!wand || wand->type != ZOR_CALIB_TRACKER) return ZOR_INVALID_OPERATION;
     capturing_ = true;
     capture_owner_ = who.session;
+    replay_next_ = 0;  // a replayed capture starts at the recording's start
   } else if (op == ZOR_CALIB_CAPTURE_STOP) {
     capturing_ = false;
   } else {
     capturing_ = false;
-    capture_.Clear();
+    capture_ = std::make_shared<CalibrationCapture>();
+    std::fill(replay_taken_.begin(), replay_taken_.end(), 0);
   }
   return ZOR_NO_ERROR;
 }
@@ -86,8 +93,7 @@ int SimEngine::TrackerOpi(const ClientContext& who, int id, int op, int value) {
   if (op != ZOR_CALIB_RUN) return ZOR_INVALID_ENUM;
   if (const int e = NeedCalibration(who); e != ZOR_NO_ERROR) return e;
   if (id != kCalibrationTracker || value < 0) return ZOR_INVALID_VALUE;
-  messages_.push_back(kNoSolver);
-  return ZOR_INVALID_OPERATION;
+  return StartCalibration(who, value);
 }
 
 int SimEngine::TrackerOpf(const ClientContext&, int id, int param, float value) {
@@ -115,6 +121,7 @@ int SimEngine::SetInteger(const ClientContext& who, int code, int value) {
   std::lock_guard lock(mutex_);
   if (code == ZOR_CALIB_LOAD_EXISTING) {
     if (value != 0 && value != 1) return ZOR_INVALID_VALUE;
+    CancelCalibration();  // its result would overwrite the calibration chosen now
     if (value == 0) {
       // A blank calibration: no camera calibrated, no global transform (the
       // old one belonged to the old world frame).
@@ -181,7 +188,7 @@ int SimEngine::GetString(const ClientContext&, int code, std::string& out) {
 
 CalibrationCapture SimEngine::CalibrationData() const {
   std::lock_guard lock(mutex_);
-  CalibrationCapture data = capture_;
+  CalibrationCapture data = *capture_;
   data.wand.clear();
   if (const Tracker* wand = trackers_.Find(kCalibrationTracker)) {
     for (const auto& [index, marker] : wand->markers) {
@@ -217,6 +224,7 @@ std::string SimEngine::Control(const std::string& request_json) {
     const std::string cmd = request.at("cmd").get<std::string>();
     std::lock_guard lock(mutex_);
     if (cmd == "truth") return Dump(TruthJson(*scene_, operator_));
+    if (cmd == "replay") return Dump(ReplayControl(request));
     if (cmd != "status") return Dump(operator_.Handle(request));
     json reply = operator_.Status();
     int calibrated = 0;
@@ -233,8 +241,10 @@ std::string SimEngine::Control(const std::string& request_json) {
     reply["calibrated_cameras"] = calibrated;
     reply["leds"] = scene_->LedCount();
     reply["capturing"] = capturing_;
-    reply["captured_frames"] = capture_.frames.size();
-    reply["captured_observations"] = capture_.observations.size();
+    reply["captured_frames"] = capture_->frames.size();
+    reply["captured_observations"] = capture_->observations.size();
+    reply["calibrating"] = calibrating_;
+    reply["replay"] = ReplayControl(json::object())["replay"];
     reply["trackers"] = trackers;
     return Dump(reply);
   } catch (const std::exception& e) {

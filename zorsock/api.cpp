@@ -139,6 +139,11 @@ ConnectionOptions GetConnectionOptions() {
   return Lib().options;
 }
 
+bool HasOpenSession() {
+  std::lock_guard lock(Lib().mu);
+  return Lib().connection && Lib().connection->open();
+}
+
 }  // namespace zorsock
 
 using namespace zorsock;

@@ -8,5 +8,7 @@ namespace zorsock {
 
 void SetConnectionOptions(const ConnectionOptions& options);
 ConnectionOptions GetConnectionOptions();
+// Whether zorInit opened a session that is still up (raw data replay needs none).
+bool HasOpenSession();
 
 }  // namespace zorsock

@@ -1,6 +1,7 @@
 #include "zorsock/wire.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace zorsock::wire {
 
@@ -102,7 +103,7 @@ std::optional<T> Checked(const Reader& r, T value) {
 
 bool KnownType(uint16_t type) {
   return type >= static_cast<uint16_t>(Type::kHello) &&
-         type <= static_cast<uint16_t>(Type::kFinished);
+         type <= static_cast<uint16_t>(Type::kRawEnd);
 }
 
 bool KnownOp(uint16_t op) {
@@ -144,7 +145,7 @@ std::optional<Hello> DecodeHello(const uint8_t* p, size_t n) {
   Hello m;
   m.version = r.Get<uint16_t>();
   const auto role = r.Get<uint16_t>();
-  if (role > static_cast<uint16_t>(Role::kControl)) return std::nullopt;
+  if (role > static_cast<uint16_t>(Role::kRaw)) return std::nullopt;
   m.role = static_cast<Role>(role);
   m.flags = r.Get<uint32_t>();
   m.identity = r.GetText();
@@ -289,6 +290,64 @@ std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n) 
 }
 
 Bytes EncodeFinished() { return Writer(Type::kFinished).Finish(); }
+
+Bytes EncodeRawHeader(const RawHeader& m) {
+  Writer w(Type::kRawHeader);
+  w.Put(static_cast<uint16_t>(m.cameras.size()));
+  for (const RawCamera& c : m.cameras) {
+    w.Put(c.width);
+    w.Put(c.height);
+  }
+  w.PutText(m.description.substr(0, kMaxRawDescription));
+  return w.Finish();
+}
+
+std::optional<RawHeader> DecodeRawHeader(const uint8_t* p, size_t n) {
+  Reader r(p, n);
+  RawHeader m;
+  const auto count = r.Get<uint16_t>();
+  if (count == 0 || count > kMaxRawCameras) return std::nullopt;
+  for (int i = 0; i < count && r.ok(); ++i) {
+    RawCamera c;
+    c.width = r.Get<uint16_t>();
+    c.height = r.Get<uint16_t>();
+    if (c.width == 0 || c.height == 0) return std::nullopt;
+    m.cameras.push_back(c);
+  }
+  m.description = r.GetText();
+  if (m.description.size() > kMaxRawDescription) return std::nullopt;
+  return Checked(r, std::move(m));
+}
+
+Bytes EncodeRawFrame(const RawFrame& m) {
+  Writer w(Type::kRawFrame);
+  w.Put(m.number);
+  w.Put(m.time_us);
+  w.Put(m.flags);
+  w.PutArray(m.images);
+  return w.Finish();
+}
+
+std::optional<RawFrame> DecodeRawFrame(const uint8_t* p, size_t n, size_t cameras) {
+  Reader r(p, n);
+  RawFrame m;
+  m.number = r.Get<int32_t>();
+  m.time_us = r.Get<int64_t>();
+  m.flags = r.Get<uint32_t>();
+  const auto count = r.Get<uint32_t>();
+  if (count > kMaxRawImages) return std::nullopt;
+  r.GetRecords(m.images, count);
+  if (!r.Done()) return std::nullopt;
+  for (const ZORImage& image : m.images) {
+    if (image.camera < 0 || static_cast<size_t>(image.camera) >= cameras || image.led < 0 ||
+        !std::isfinite(image.u) || !std::isfinite(image.v) || !std::isfinite(image.size) ||
+        !std::isfinite(image.intensity))
+      return std::nullopt;
+  }
+  return m;
+}
+
+Bytes EncodeRawEnd() { return Writer(Type::kRawEnd).Finish(); }
 
 // Datagrams carry no length header of their own: the datagram is the message.
 namespace {

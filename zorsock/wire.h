@@ -36,11 +36,17 @@ enum class Type : uint16_t {
   kFrame = 6,     // server -> client, pushed while streaming
   kCameras = 7,   // server -> client, pushed on connect, on change, periodically
   kFinished = 8,  // server -> client: the server ends the session cleanly
+  kRawHeader = 9,  // raw data: the cameras of a recording (server -> client, or client -> server)
+  kRawFrame = 10,  // raw data: one frame's 2D detections
+  kRawEnd = 11,    // raw data, client -> server: the recording is complete
 };
 
 // Who is connecting: a zor* client session, or a one-shot operator control
 // connection (zorControl) that gets no frames and opens no engine session.
-enum class Role : uint16_t { kClient = 0, kControl = 1 };
+// A raw data connection (zorRPDOpen) gives its mode in Hello::flags.
+enum class Role : uint16_t { kClient = 0, kControl = 1, kRaw = 2 };
+constexpr uint32_t kRawRecord = 1;  // the server streams its raw 2D data
+constexpr uint32_t kRawReplay = 2;  // the client sends a recording for the server to replay
 
 enum class Op : uint16_t {
   kTracker = 1,        // target = tracker id, code = op
@@ -105,6 +111,29 @@ struct Frame {
   }
 };
 
+// Raw data (docs/rpd.md): what the cameras of a recording are, then one
+// message per frame with every 2D detection of every camera.
+constexpr size_t kMaxRawCameras = 256;
+constexpr size_t kMaxRawImages = 250000;  // per frame (fits one message)
+constexpr size_t kMaxRawDescription = 1024;
+constexpr uint32_t kRawFrameCapturing = 1;  // RawFrame::flags: the wand was being captured
+
+struct RawCamera {
+  uint16_t width = 0, height = 0;
+};
+
+struct RawHeader {
+  std::vector<RawCamera> cameras;  // by camera id
+  std::string description;         // the recording server's
+};
+
+struct RawFrame {
+  int32_t number = 0;
+  int64_t time_us = 0;
+  uint32_t flags = 0;              // kRawFrameCapturing
+  std::vector<ZORImage> images;    // camera ids below the header's camera count
+};
+
 using Bytes = std::vector<uint8_t>;
 
 // A message's header, once its six bytes have arrived.
@@ -129,6 +158,10 @@ Bytes EncodeFrame(const Frame& m);
 Bytes EncodeCameras(const std::vector<ZORCamera>& cameras);
 Bytes EncodeFinished();
 
+Bytes EncodeRawHeader(const RawHeader& m);
+Bytes EncodeRawFrame(const RawFrame& m);
+Bytes EncodeRawEnd();
+
 // Payload decoders (the header already read): nullopt when the payload is
 // short, too long, or inconsistent.
 std::optional<Hello> DecodeHello(const uint8_t* p, size_t n);
@@ -138,6 +171,11 @@ std::optional<Request> DecodeRequest(const uint8_t* p, size_t n);
 std::optional<Reply> DecodeReply(const uint8_t* p, size_t n);
 std::optional<Frame> DecodeFrame(const uint8_t* p, size_t n);
 std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n);
+// Raw data decoders also check the values: 1..kMaxRawCameras cameras of
+// non-zero size; at most kMaxRawImages finite detections a frame, of cameras
+// below `cameras` and LEDs >= 0.
+std::optional<RawHeader> DecodeRawHeader(const uint8_t* p, size_t n);
+std::optional<RawFrame> DecodeRawFrame(const uint8_t* p, size_t n, size_t cameras);
 
 // ---- Discovery datagrams (UDP) ----
 

@@ -171,16 +171,26 @@ int zorMarkeriv(int markerId, int code, const int* values);
 int zorMarkerfv(int markerId, int code, const float* values);
 
 /* ---- Raw data ---- */
-/* zorRPDOpen results: -1 invalid mode, -3 the server cannot be reached, -5
- * the server offers no raw data stream (this version). The other calls
- * return 0 (nothing moved). */
-#define ZOR_RPD_INVALID_MODE (-1)
-#define ZOR_RPD_CANNOT_CONNECT (-3)
-#define ZOR_RPD_NOT_AVAILABLE (-5)
+/* Raw data (docs/rpd.md). zorRPDOpen(address, file, mode): mode 1 records the
+ * server's raw 2D data into `file` (zorRPDRecv moves what has arrived and
+ * returns the bytes written, 0 when nothing is pending); mode 2, only while no
+ * session is open, checks the recording `file` and zorRPDSend uploads it for
+ * the server to replay as its camera input (zorRPDRecv then returns the bytes
+ * sent since the last call). zorRPDClose ends the transfer (in mode 2 it waits
+ * for the upload and returns its outcome). 1 on success, negative codes below;
+ * zorRPDError() says what went wrong last, in words. */
+#define ZOR_RPD_INVALID_MODE (-1)    /* mode other than 1 or 2 */
+#define ZOR_RPD_WRONG_STATE (-2)     /* mode 2 while connected, or a transfer already open */
+#define ZOR_RPD_CANNOT_CONNECT (-3)  /* the server cannot be reached */
+#define ZOR_RPD_MODE_FAILED (-4)     /* the server did not take the mode */
+#define ZOR_RPD_REFUSED (-5)         /* the server refused the recording (see its messages) */
+#define ZOR_RPD_FILE_ERROR (-6)      /* the file cannot be written, read, or is no valid recording */
+#define ZOR_RPD_IO_ERROR (-7)        /* the stream broke or the server ended it */
 int zorRPDOpen(const char* address, const char* fileName, int mode);
 int zorRPDSend(void);
 int zorRPDRecv(void);
 int zorRPDClose(void);
+const char* zorRPDError(void);
 
 /* ---- Discovery (UDP) ---- */
 /* target: a host, broadcast or subnet address (NULL or "" means the local

@@ -53,15 +53,15 @@ struct FixedLensCost {
   }
 };
 
-// Lens block: fx, cx, cy, k1; fy follows fx with the nominal aspect ratio.
+// Lens block: fx, aspect (fy / fx), cx, cy, k1. The aspect stays at its
+// nominal value unless it is refined too.
 struct FreeLensCost {
   Group group;
   const std::vector<double>* offsets;
-  double aspect;
   template <typename T>
   bool operator()(const T* camera, const T* wand, const T* lens, T* residuals) const {
-    GroupResiduals(group, *offsets, camera, wand, lens[0], lens[0] * aspect, lens[1], lens[2],
-                   lens[3], residuals);
+    GroupResiduals(group, *offsets, camera, wand, lens[0], lens[0] * lens[1], lens[2], lens[3],
+                   lens[4], residuals);
     return true;
   }
 };
@@ -128,12 +128,13 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   }
 
   std::vector<std::array<double, 6>> cameras(set.cameras);
-  std::vector<std::array<double, 4>> lenses(set.cameras);
+  std::vector<std::array<double, 5>> lenses(set.cameras);
   for (int c = 0; c < set.cameras; ++c) {
     cameras[c] = CameraBlock(state->poses[c]);
     const Intrinsics& k = state->lenses[c];
-    lenses[c] = {k.fx, k.cx, k.cy, k.k1};
+    lenses[c] = {k.fx, k.fy / k.fx, k.cx, k.cy, k.k1};
   }
+  ceres::SubsetManifold nominal_aspect(5, {1});
   std::vector<std::array<double, 6>> wands(set.frames.size());
   for (size_t f = 0; f < set.frames.size(); ++f) {
     if (!state->wand[f]) continue;
@@ -161,9 +162,8 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
     double* cam = cameras[camera].data();
     double* w = wands[g.frame].data();
     if (settings.refine_intrinsics) {
-      const Intrinsics& k = state->lenses[camera];
-      auto* cost = new ceres::AutoDiffCostFunction<FreeLensCost, ceres::DYNAMIC, 6, 6, 4>(
-          new FreeLensCost{g, &wand.offsets, k.fy / k.fx}, 2 * count);
+      auto* cost = new ceres::AutoDiffCostFunction<FreeLensCost, ceres::DYNAMIC, 6, 6, 5>(
+          new FreeLensCost{g, &wand.offsets}, 2 * count);
       problem.AddResidualBlock(cost, loss, cam, w, lenses[camera].data());
     } else {
       auto* cost = new ceres::AutoDiffCostFunction<FixedLensCost, ceres::DYNAMIC, 6, 6>(
@@ -192,7 +192,8 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
     }
     if (settings.refine_intrinsics) {
       ordering->AddElementToGroup(lenses[c].data(), 1);
-      out.parameters += 4;
+      out.parameters += settings.refine_aspect ? 5 : 4;
+      if (!settings.refine_aspect) problem.SetManifold(lenses[c].data(), &nominal_aspect);
     }
   }
   if (!problem.HasParameterBlock(cameras[settings.fixed_camera].data())) {
@@ -202,7 +203,7 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   }
 
   ceres::Solver::Options solver;
-  const int camera_block = settings.refine_intrinsics ? 10 : 6;
+  const int camera_block = settings.refine_intrinsics ? (settings.refine_aspect ? 11 : 10) : 6;
   // The reduced camera system is small and dense unless there are very many cameras.
   solver.linear_solver_type =
       cameras_in_problem * camera_block <= 1200 ? ceres::DENSE_SCHUR : ceres::SPARSE_SCHUR;
@@ -235,12 +236,11 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
     state->poses[c] = FromCameraBlock(cameras[c]);
     if (settings.refine_intrinsics) {
       Intrinsics& k = state->lenses[c];
-      const double aspect = k.fy / k.fx;
       k.fx = lenses[c][0];
-      k.fy = lenses[c][0] * aspect;
-      k.cx = lenses[c][1];
-      k.cy = lenses[c][2];
-      k.k1 = lenses[c][3];
+      k.fy = lenses[c][0] * lenses[c][1];
+      k.cx = lenses[c][2];
+      k.cy = lenses[c][3];
+      k.k1 = lenses[c][4];
     }
   }
   for (size_t f = 0; f < wands.size(); ++f) {

@@ -15,6 +15,7 @@ namespace zord {
 struct BundleSettings {
   bool robust = false;             // Huber loss of options.robust_loss_px
   bool refine_intrinsics = false;  // focal length (aspect kept), principal point, k1
+  bool refine_aspect = false;      // with refine_intrinsics: fy on its own as well
   int fixed_camera = 0;            // held fixed to remove the gauge freedom
   double function_tolerance = 1e-9;
 };

@@ -12,6 +12,9 @@ struct SolverOptions {
   int quality = 0;
   // Final pass also refines focal length (aspect kept), principal point and k1.
   bool refine_intrinsics = false;
+  // With refine_intrinsics: fy is refined on its own too (cameras whose pixel
+  // aspect ratio is not known exactly).
+  bool refine_aspect = false;
 
   // Huber loss scale of the robust bundle adjustment, pixels.
   double robust_loss_px = 1.0;

@@ -213,6 +213,7 @@ class WandCalibration {
   bool FinalRefinement() {
     BundleSettings settings;
     settings.refine_intrinsics = options_.refine_intrinsics;
+    settings.refine_aspect = options_.refine_aspect;
     settings.fixed_camera = tree_.root;
     settings.function_tolerance = 1e-10;
     if ((options_.refine_intrinsics || !least_squares_) && !Adjust(4, settings)) return false;

@@ -1,0 +1,82 @@
+// The calibration run of a calibration session (ZOR_CALIB_RUN): the solver
+// works on the captured wand detections on a thread of its own, its pass
+// reports become calibration messages, and a successful result becomes the
+// working calibration at once.
+#include <iostream>
+
+#include "zord/sim_engine.h"
+
+namespace zord {
+
+SolverOptions SimEngine::CalibrationOptions(int quality) {
+  SolverOptions options;
+  options.quality = quality;
+  // Real lenses differ from their data sheet by a percent or so; leaving that
+  // in the lens would bend the camera poses by centimetres.
+  options.refine_intrinsics = true;
+  options.refine_aspect = true;  // the simulated lenses' pixels are not quite square
+  options.num_threads = 2;
+  return options;
+}
+
+bool SimEngine::Calibrating() const {
+  std::lock_guard lock(mutex_);
+  return calibrating_;
+}
+
+int SimEngine::StartCalibration(const ClientContext& who, int quality) {
+  // A second request while one runs would race the first for the result.
+  if (calibrating_) return ZOR_INVALID_OPERATION;
+  capturing_ = false;  // the client stops capturing first; make sure
+  if (capture_->frames.empty()) {
+    messages_.push_back("pass 1 failed. no wand data captured");
+    return ZOR_NO_ERROR;
+  }
+  // The wand as the session defined it now; the nominal lenses of the scene.
+  capture_->wand.clear();
+  if (const Tracker* wand = trackers_.Find(1)) {
+    for (const auto& [index, marker] : wand->markers) {
+      if (marker.led >= 0 && marker.has_position)
+        capture_->wand.push_back({marker.led, marker.position});
+    }
+  }
+  capture_->nominal.clear();
+  for (const SceneCamera& cam : scene_->cameras) capture_->nominal.push_back(cam.nominal);
+
+  calibrating_ = true;
+  calibration_owner_ = who.session;
+  working_owner_ = who.session;
+  const int session = who.session;
+  calibration_job_.Start(
+      capture_, CalibrationOptions(quality),
+      [this](const PassReport& report) {
+        std::lock_guard lock(mutex_);
+        if (calibration_job_.Cancelled()) return;
+        for (const std::string& message : report.Messages()) messages_.push_back(message);
+      },
+      [this, session](const CalibrationResult& result) { FinishCalibration(result, session); });
+  return ZOR_NO_ERROR;
+}
+
+void SimEngine::FinishCalibration(const CalibrationResult& result, int session) {
+  std::lock_guard lock(mutex_);
+  calibrating_ = false;
+  calibration_owner_.reset();
+  if (result.status != SolveStatus::kSuccess || calibration_job_.Cancelled()) return;
+  const std::vector<CameraCalibration> cameras = SolvedCameras(result);
+  for (size_t i = 0; i < cameras.size() && i < working_.cameras.size(); ++i) {
+    working_.cameras[i] = cameras[i];
+  }
+  // The solver chose a new world frame; a global transform made for the old
+  // one would misplace everything.
+  working_.global = RigidPlacement();
+  working_owner_ = session;
+  RebuildRig();
+}
+
+void SimEngine::CancelCalibration() {
+  if (!calibrating_) return;
+  calibration_job_.Cancel();
+}
+
+}  // namespace zord
