@@ -1,0 +1,117 @@
+// The status panel's server table for the mode flags, and its tags rendered
+// with their styles.
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextEdit>
+
+#include "calib/status_panel.h"
+
+namespace {
+
+int gArgc = 1;
+char gName[] = "status_panel_test";
+char* gArgv[] = {gName, nullptr};
+
+ConnectionSettings Settings(uint32_t flags) {
+  ConnectionSettings s;
+  s.server = "lab";
+  s.frequency = 240.0f;
+  s.flags = flags;
+  s.interpolate = 3;
+  return s;
+}
+
+QString ModeOf(uint32_t flags) {
+  const QString table = ServerStatusTable(Settings(flags));
+  const int at = table.indexOf("<key>Mode:</key><td><val>");
+  return table.mid(at + 25, table.indexOf("</val>", at) - at - 25);
+}
+
+TEST(ServerStatusTableTest, ModeNumberFromTheFlags) {
+  EXPECT_EQ(ModeOf(0), "0");
+  EXPECT_EQ(ModeOf(0x100), "1");
+  EXPECT_EQ(ModeOf(0x200), "2");
+  EXPECT_EQ(ModeOf(0x300), "3");
+  EXPECT_EQ(ModeOf(0x400), "4");
+  EXPECT_EQ(ModeOf(0x700), "4");
+}
+
+TEST(ServerStatusTableTest, WholeTable) {
+  EXPECT_EQ(ServerStatusTable(Settings(0x10)),
+            "<br><table width=\"100%\" cellpadding='0' cellspacing='0' border='0'><tr><td "
+            "colspan=\"2\" bgcolor='#ccc'><heading>Server Status</heading></td></tr>"
+            "<tr><td><key>Server:</key><td><val>lab</val>"
+            "<tr><td><key>Frequency:</key><td><val>240</val>"
+            "<tr><td><key>Mode:</key><td><val>0</val>"
+            "<tr><td><key>Postprocess:</key><td><val>on</val>"
+            "<tr><td><key>Interpolate:</key><td><val>3</val></table>");
+  ConnectionSettings odd = Settings(0);
+  odd.frequency = 59.94f;
+  odd.server = "a<b";
+  const QString table = ServerStatusTable(odd);
+  EXPECT_TRUE(table.contains("<val>59.94</val>"));
+  EXPECT_TRUE(table.contains("<val>a&lt;b</val>"));  // a name never breaks the markup
+  EXPECT_TRUE(table.contains("<val>off</val>"));
+}
+
+TEST(StatusTagsTest, TagsBecomeClassedElements) {
+  EXPECT_EQ(TranslateStatusTags("<heading>H</heading><key>k</key><VAL>v</VAL><normal>n</normal>"),
+            "<div class=\"heading\">H</div><span class=\"key\">k</span>"
+            "<span class=\"val\">v</span><span class=\"normal\">n</span>");
+  EXPECT_EQ(TranslateStatusTags("<div><strong>x</strong></div>"), "<div><strong>x</strong></div>");
+}
+
+class StatusPanelTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    if (!QApplication::instance()) app_ = new QApplication(gArgc, gArgv);
+  }
+  static void TearDownTestSuite() {
+    delete app_;
+    app_ = nullptr;
+  }
+  static QApplication* app_;
+};
+QApplication* StatusPanelTest::app_ = nullptr;
+
+// The character format at the first occurrence of `text` in the view.
+QTextCharFormat FormatAt(QTextEdit* view, const QString& text) {
+  QTextCursor found = view->document()->find(text);
+  EXPECT_FALSE(found.isNull()) << text.toStdString();
+  QTextCursor at(view->document());
+  at.setPosition(found.selectionStart() + 1);
+  return at.charFormat();
+}
+
+TEST_F(StatusPanelTest, ShowsTextThenTheServerTableInStyle) {
+  StatusPanel panel(nullptr);
+  EXPECT_EQ(panel.windowTitle(), "Status");
+  EXPECT_EQ(panel.view()->documentTitle(), "Calibration Status");
+  EXPECT_TRUE(panel.view()->isReadOnly());
+  EXPECT_EQ(panel.view()->palette().color(QPalette::Base), QColor(225, 255, 208));
+
+  panel.showServer(Settings(0x300));
+  EXPECT_TRUE(panel.html().startsWith("<br><table"));  // empty status text
+  panel.setStatusText("<div><strong><normal>Pass 2 OK:  </normal></strong>(0.35)"
+                      "<error>Camera 5</error><dval>done</dval>");
+  EXPECT_TRUE(panel.html().startsWith("<div><strong><normal>Pass 2 OK"));
+  EXPECT_TRUE(panel.html().contains("<val>3</val>"));
+
+  QTextEdit* view = panel.view();
+  EXPECT_EQ(view->documentTitle(), "Calibration Status");
+  EXPECT_TRUE(view->toPlainText().contains("Server Status"));
+  EXPECT_EQ(FormatAt(view, "Server Status").fontWeight(), QFont::Bold);
+  EXPECT_EQ(FormatAt(view, "Server Status").fontPointSize(), 12);
+  EXPECT_EQ(FormatAt(view, "Frequency:").fontWeight(), QFont::Bold);
+  EXPECT_EQ(FormatAt(view, "lab").foreground().color(), QColor("blue"));
+  EXPECT_EQ(FormatAt(view, "Camera 5").foreground().color(), QColor("#c22"));
+  EXPECT_EQ(FormatAt(view, "done").foreground().color(), QColor("#0c0"));
+  EXPECT_EQ(FormatAt(view, "Pass 2").foreground().color(), QColor("#333"));
+  EXPECT_EQ(FormatAt(view, "Pass 2").fontPointSize(), 9);
+}
+
+}  // namespace
