@@ -1,0 +1,159 @@
+#include "link/connection_settings.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+
+#include "zorsock/zorsock.h"
+
+namespace {
+
+constexpr int kMaxLine = 1023;
+constexpr int kMaxScanResults = 256;
+constexpr char kFindServers = '<';  // the "<find servers>" entry and its kin
+
+// Splits a line into its first `max` blank-separated words, as scanf's "%s"
+// would (the last word does not take the rest of the line).
+std::vector<std::string> Words(const std::string& line, size_t max) {
+  std::vector<std::string> words;
+  std::istringstream in(line);
+  std::string word;
+  while (words.size() < max && in >> word) words.push_back(word);
+  return words;
+}
+
+std::string ServerLine(const std::string& name, const std::map<std::string, std::string>& aliases) {
+  const auto alias = aliases.find(name);
+  return "server: " + (alias == aliases.end() ? std::string() : alias->second) + " " + name + "\n";
+}
+
+}  // namespace
+
+std::ostream& operator<<(std::ostream& out, const ConnectionSettings& s) {
+  out << "server: " << s.server << "\n"
+      << "freq: " << s.frequency << "\n"
+      << "interpolate: " << s.interpolate << "\n"
+      << "flags: " << std::hex << s.flags << std::dec << "\n";
+  if (s.rpdMode != 0) out << "rpdMode=" << s.rpdMode << " file=" << s.rpdFile << "\n";
+  return out;
+}
+
+int FrequencyIndex(float frequency) {
+  static constexpr struct {
+    float rate;
+    int index;
+  } kRates[] = {{30, 4}, {60, 3}, {120, 2}, {240, 1}, {480, 0}};
+  for (const auto& r : kRates)
+    if (frequency == r.rate) return r.index;
+  return 0;
+}
+
+std::string McclientPath() {
+  const char* home = std::getenv("HOME");
+  if (!home) return ".mcclient";
+  return std::string(home) + '/' + ".mcclient";
+}
+
+std::optional<McclientContents> ReadMcclient(const std::string& path, std::ostream& info,
+                                             std::ostream& errors) {
+  std::ifstream file(path);
+  if (!file) return std::nullopt;
+  McclientContents contents;
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.size() > kMaxLine) line.resize(kMaxLine);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty() || line[0] == '#') continue;
+
+    const std::vector<std::string> words = Words(line, 3);
+    if (words.size() == 3) {
+      if (words[0] != "server:") continue;  // e.g. "mode: 1 2": ignored silently
+      // An alias: "server: <address> <display name>"; the name may hold blanks.
+      std::string rest = line.substr(line.find(": ") + 2);
+      rest.erase(0, rest.find_first_not_of(" \t"));
+      const size_t blank = rest.find(' ');
+      const std::string address = rest.substr(0, blank);
+      std::string name = rest.substr(blank + 1);
+      name.erase(0, name.find_first_not_of(" \t"));
+      info << "loading alias: " << address << "(" << name << ")" << std::endl;
+      contents.aliases[name] = address;
+      contents.servers.push_back(name);
+    } else if (words.size() == 2) {
+      const std::string& key = words[0];
+      const std::string& value = words[1];
+      if (key == "server:") {
+        contents.servers.push_back(value);
+      } else if (key == "mode:") {
+        contents.modeIndex = std::atoi(value.c_str());  // "Default" reads as 0
+      } else if (key == "frequency:") {
+        contents.frequencyIndex = FrequencyIndex(static_cast<float>(std::atof(value.c_str())));
+      } else if (key == "postprocess:") {
+        contents.postprocessIndex = std::atoi(value.c_str()) == 1 ? 1 : 0;
+      } else if (key == "interpolate:") {
+        contents.interpolate = std::atoi(value.c_str());
+      } else {
+        errors << "unknown token: " << key << " in " << path << std::endl;
+      }
+    } else {
+      errors << "unknown configuration: " << line << std::endl;
+    }
+  }
+  return contents;
+}
+
+std::string FormatMcclient(const McclientChoices& c) {
+  std::string out;
+  if (c.currentServer.find(kFindServers) == std::string::npos)
+    out += ServerLine(c.currentServer, c.aliases);
+  // Every other entry but the last ("<find servers>"), in list order.
+  for (size_t i = 0; i + 1 < c.serverEntries.size(); ++i)
+    if (c.serverEntries[i] != c.currentServer) out += ServerLine(c.serverEntries[i], c.aliases);
+  out += "mode: " + c.modeText + "\n";
+  out += "frequency: " + c.frequencyText + "\n";
+  out += "postprocess: " + std::to_string(c.postprocessIndex) + "\n";
+  out += "interpolate: " + std::to_string(c.interpolate) + "\n";
+  return out;
+}
+
+bool WriteMcclient(const std::string& path, const McclientChoices& choices) {
+  std::ofstream file(path, std::ios::trunc);
+  if (!file) return false;
+  file << FormatMcclient(choices);
+  return static_cast<bool>(file.flush());
+}
+
+std::string DisplayNameOf(const std::string& description) {
+  const size_t pair = description.find("  ");
+  if (pair == std::string::npos || pair == 0) return {};
+  return description.substr(pair + 2);
+}
+
+std::optional<std::vector<FoundServer>> ScanServers(const std::string& target, int port,
+                                                    const char* ident) {
+  std::vector<char> results(size_t(kMaxScanResults) * ZOR_SCAN_RESULT_SIZE, 0);
+  const int count =
+      zor_scan(target.c_str(), port, ident, kScanTimeoutUs, results.data(), kMaxScanResults);
+  if (count < 0) {
+    std::printf("error: connection check failed: ret=%d\n", count);
+    return std::nullopt;
+  }
+  std::vector<FoundServer> found;
+  for (int i = 0; i < std::min(count, kMaxScanResults); ++i) {
+    const char* slot = results.data() + size_t(i) * ZOR_SCAN_RESULT_SIZE;
+    const std::string address(slot, strnlen(slot, 256));
+    const std::string description(slot + 256, strnlen(slot + 256, 256));
+    found.push_back({address, DisplayNameOf(description)});
+  }
+  return found;
+}
+
+bool CheckConnection(const std::string& server, int port) {
+  const auto found = ScanServers(server, port, "auto connect test");
+  if (!found) return false;
+  for (const FoundServer& s : *found)
+    if (s.address == server) return true;
+  return false;
+}
