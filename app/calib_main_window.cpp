@@ -1,49 +1,55 @@
 #include "app/calib_main_window.h"
 
+#include <QApplication>
+#include <QComboBox>
+#include <QMenuBar>
 #include <QStatusBar>
+#include <QToolBar>
 #include <algorithm>
 #include <cstdio>
 
-namespace {
-
-constexpr int kPumpIntervalMs = 2;
-constexpr int kStatusMessageMs = 5000;
-const char* const kDefaultServer = "localhost";
-
-}  // namespace
+#include "app/message_box.h"
+#include "calib/status_panel.h"
+#include "widgets/embedded_images.h"
 
 CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options)
-    : QMainWindow(parent) {
-  setObjectName(QString::fromUtf8(name));
+    : ZorViewWindow(parent, name, std::make_unique<ZOR>(128, 0.001f), options.fps) {
+  createActions();
+  createMenus();
+  createToolBars();
+  createStatusDock();
+  createAccelerators();
   setWindowTitle(QStringLiteral("Corvane System Calibration"));
   resize(800, 600);
-  settings_.server = kDefaultServer;
-
-  markersLabel_ = new QLabel(this);
-  markersLabel_->setFixedWidth(65);
-  markersLabel_->setToolTip(QStringLiteral("average markers seen"));
-  frameLabel_ = new QLabel(this);
-  frameLabel_->setFixedWidth(65);
-  frameLabel_->setToolTip(QStringLiteral("Zor frame number"));
-  statusBar()->addPermanentWidget(markersLabel_);
-  statusBar()->addPermanentWidget(frameLabel_);
-
-  connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
-  pumpTimer_.start(kPumpIntervalMs);
-  // Repaints the 3D view once it exists; the interval is kept already.
-  redrawTimer_.start(RedrawInterval(options.fps));
+  createPumpTimer();
 
   applyOptions(options);
   autoConnect_ = options.connect != 0;
-  sl_PreCalib(options.startMode);
-  alignKind_ = options.alignKind;
+  // Marked before the start mode is applied so that the mode's own showing
+  // of the window makes the switch.
   if (options.full) fullScreen_ = -1;
-  if (autoConnect_) QTimer::singleShot(0, this, [this] { connectServer(true, true); });
+  // The start-mode dialog comes with the wizard; until then the advanced
+  // layout stands in for the question.
+  sl_PreCalib(options.startMode == -1 ? 2 : options.startMode);
+  if (options.alignKind != 0) {
+    alignKind_ = options.alignKind;
+    sl_CalibMode(1);
+    setAlignKind(alignKind_);
+  }
+  if (autoConnect_) {
+    settingsDock()->requestConnect();
+    QTimer::singleShot(0, this, &CalibMainWindow::autoConnect);
+  }
+  statusPanel_->showServer(settings());
+  updateControls();
   updateStatus();
 }
 
-CalibMainWindow::~CalibMainWindow() {
-  if (session_.connected()) session_.Done();
+CalibMainWindow::~CalibMainWindow() = default;
+
+void CalibMainWindow::createPumpTimer() {
+  connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
+  pumpTimer_.start(kPumpIntervalMs);
 }
 
 void CalibMainWindow::applyOptions(const CalibOptions& options) {
@@ -65,20 +71,23 @@ void CalibMainWindow::applyOptions(const CalibOptions& options) {
   if (!options.pointFile.empty())
     replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, options.pointFile));
   if (options.autoCapture) autoCapture_ = true;
-  if (!options.server.empty()) settings_.server = options.server;
+  if (!options.server.empty()) {
+    settingsDock()->setFirstServer(QString::fromStdString(options.server));
+    settingsDock()->GetSettings();
+  }
   if (options.capture) captureRequest_ = 1;
   orientationMode_ = options.orientation != 0;
 }
 
 void CalibMainWindow::replaceTracker(std::unique_ptr<Tracker> tracker) {
-  if (session_.FindTracker(tracker->id)) session_.RemoveTracker(tracker->id);
-  session_.AddTracker(std::move(tracker));
+  if (session().FindTracker(tracker->id)) session().RemoveTracker(tracker->id);
+  session().AddTracker(std::move(tracker));
 }
 
 // A further wand file adds its markers to the wand, numbered after the ones
 // already there so that the two files' markers stay apart.
 void CalibMainWindow::mergeWandFile(const std::string& fileName) {
-  Tracker* wand = session_.FindTracker(kWandTrackerId);
+  Tracker* wand = session().FindTracker(kWandTrackerId);
   if (!wand) return;
   const size_t before = wand->markers.size();
   wand->Read(wand->type, fileName);
@@ -87,50 +96,163 @@ void CalibMainWindow::mergeWandFile(const std::string& fileName) {
   std::printf("%s added to existing wand tracker\n", fileName.c_str());
 }
 
-void CalibMainWindow::sl_PreCalib(int /*mode*/) {
+void CalibMainWindow::sl_PreCalib(int mode) {
+  if (mode == 1) {  // alignment, guided by the wizard
+    sl_CalibMode(1);
+    menuBar()->hide();
+    calibrationBar_->hide();
+    statusDock()->hide();
+    settingsDock()->hide();
+    updateControls();
+  } else if (mode == 2) {  // advanced: every control, no wizard
+    sl_CalibMode(0);
+    calibrationBar_->show();
+    menuBar()->show();
+    statusDock()->show();
+  } else {  // calibration, guided by the wizard
+    menuBar()->hide();
+    calibrationBar_->hide();
+    statusDock()->hide();
+    settingsDock()->hide();
+    sl_CalibMode(0);
+  }
+  menuBarWanted_ = menuBar()->isVisible() || mode == 2;
   show();
   if (fullScreen_ == -1) {
-    fullScreen_ = 1;
-    showFullScreen();
+    fullScreen_ = 0;
+    sl_FullScreen();
   }
+  setAlignKind(alignKind_);
+}
+
+void CalibMainWindow::sl_Quit() { QApplication::quit(); }
+
+void CalibMainWindow::sl_FullScreen() {
+  fullScreen_ = fullScreen_ == 1 ? 0 : 1;
+  if (fullScreen_ == 1) {
+    menuBarWanted_ = !menuBar()->isHidden();
+    showFullScreen();
+    menuBar()->hide();
+  } else {
+    showNormal();
+    menuBar()->setVisible(menuBarWanted_);
+  }
+  setEntryChecked(kFullScreen, fullScreen_ == 1);
 }
 
 bool CalibMainWindow::connectServer(bool startStreaming, bool setFrequency) {
-  statusBar()->showMessage(QStringLiteral("connecting..."));
-  const int32_t result = session_.Init(settings_, startStreaming, setFrequency);
-  if (session_.connected()) {
-    statusBar()->showMessage(QStringLiteral("connected"), kStatusMessageMs);
-    return true;
-  }
-  std::printf("%s\n", ZOR::ErrorText(result, kErrorInitConsole, settings_.server).c_str());
-  statusBar()->showMessage(QStringLiteral("disconnected"), kStatusMessageMs);
-  return false;
+  applySettings();
+  statusPanel_->showServer(settings());
+  return ZorViewWindow::connectServer(startStreaming, setFrequency);
 }
 
 void CalibMainWindow::disconnectServer() {
-  session_.Done();
-  statusBar()->showMessage(QStringLiteral("disconnected"));
+  ZorViewWindow::disconnectServer();
+  recording_ = false;  // closing the session closes a raw recording too
 }
 
 void CalibMainWindow::sl_Connect() {
-  if (!session_.connected()) {
-    connectServer(true, true);
-  } else {
-    disconnectServer();
+  const bool connected =
+      !session().connected() ? connectServer(true, true) : (disconnectServer(), false);
+  showCalibStatus(connected ? QStringLiteral("Connected") : QStringLiteral("Disconnected"));
+  updateControls();
+}
+
+void CalibMainWindow::sl_Pause() {
+  if (!session().connected() && !paused_) {
+    setEntryChecked(kPause, false);  // the entry may have toggled itself
+    return;
   }
+  paused_ = !paused_;
+  setEntryChecked(kPause, paused_);
+  if (session().connected()) session().SetStreaming(!paused_);
+}
+
+void CalibMainWindow::reportConnectError(int code) {
+  QString message;
+  char known[ZOR_STRING_MAX];
+  if (code > 0 && zorGetString(code, known) > 0) {
+    message = QStringLiteral("Could not Connect.\n\n") +
+              QStringLiteral(
+                  "Zor may be busy streaming.  \nPlease check the server log and restart Zord if "
+                  "necessary.  ") +
+              QStringLiteral(
+                  "\nIf the problem persists, call customer support with this error code: ") +
+              QString::number(code);
+    ShowWarning(this, QStringLiteral("Zor Init Error"), message);
+  } else {
+    message = initErrorText(code);
+    reportInitError(code);
+  }
+  showCalibStatus(message);
+}
+
+void CalibMainWindow::showCalibStatus(const QString& text) { statusPanel_->setStatusText(text); }
+
+void CalibMainWindow::updateControls() {
+  const bool connected = session().connected();
+  connectAction_->setIcon(LoadPixmap(connected ? "liveOn.png" : "liveOff.png"));
+  setEntryChecked(kConnect, connected);
+  if (!connected && paused_) {
+    paused_ = false;
+    setEntryChecked(kPause, false);
+  }
+  setEntryEnabled(kPause, connected);
+  for (int id : {kCapture, kResetCapture, kCalibrate, kResetCalibration, kSave})
+    setEntryEnabled(id, connected);
+  for (QAction* button : {snapshotButton_, clearButton_, flipButton_, alignButton_})
+    button->setEnabled(connected);
+  if (!connected) {
+    setEntryChecked(kCapture, false);
+    setEntryChecked(kCalibrate, false);
+  }
+  // The connection's settings cannot change under a running session.
+  settingsDock()->setEnabled(!connected);
 }
 
 void CalibMainWindow::sl_ZorTimerEvent() {
-  if (session_.connected()) {
-    const ZOR::PumpResult pumped = session_.Pump(ZOR::kPollsPerTick);
-    if (pumped.last == -1) disconnectServer();
+  if (session().connected()) {
+    const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] { processFrame(); });
+    if (recording_) {
+      int moved = 0;
+      while ((moved = zorRPDRecv()) > 0) {
+      }
+      if (moved < 0) {
+        zorRPDClose();
+        recording_ = false;
+      }
+    }
+    if (pumped.last == -1) {  // the link failed
+      disconnectServer();
+      updateControls();
+    }
+    handleError(session().lastError);
   }
   updateStatus();
 }
 
-void CalibMainWindow::updateStatus() {
-  const auto seen = std::count_if(session_.markers.begin(), session_.markers.end(),
-                                  [](const ZORMarker& m) { return m.cond > 0; });
-  markersLabel_->setText(QStringLiteral("Markers: %1").arg(seen));
-  frameLabel_->setText(QString::number(session_.lastFrame));
+void CalibMainWindow::processFrame() {}
+
+void CalibMainWindow::sl_ToggleAiming() {
+  aiming_ = !aiming_;
+  emit sg_AimingState(aiming_);
+}
+
+void CalibMainWindow::sl_EnableAiming(bool on) { aiming_ = on; }
+
+void CalibMainWindow::sl_Align1() { setAlignKind(1); }
+void CalibMainWindow::sl_Align2() { setAlignKind(2); }
+void CalibMainWindow::sl_Align3() { setAlignKind(3); }
+
+void CalibMainWindow::setAlignKind(int kind) {
+  alignKind_ = kind;
+  setEntryChecked(kAlignRigid, kind == 1);
+  setEntryChecked(kAlignObject, kind == 2);
+  setEntryChecked(kAlignWand, kind == 3);
+  if (kind >= 1 && kind <= 3) alignKindBox_->setCurrentIndex(kind - 1);
+}
+
+void CalibMainWindow::sl_CalibMode(int mode) {
+  calibMode_ = mode == 1 ? 1 : 0;
+  calibModeBox_->setCurrentIndex(calibMode_);
 }

@@ -1,22 +1,28 @@
-// CalibMainWindow: the program's one top-level window. For now it owns the
-// server session, applies the start-up options that concern trackers and the
-// session, runs the frame pump and shows the frame number and marker count
-// in its status bar; menus, docks and the 3D view come with later work.
+// CalibMainWindow: the program's one top-level window. On top of the viewer
+// window it has the menus, the "Calibration" and "Drawing" tool bars, the
+// "Status" dock, the window-wide keys, the 2 ms frame pump and the slots the
+// menus and buttons call. Menu entries carry numeric ids by which the rest of
+// the program checks, enables and disables them.
 #pragma once
 
-#include <QLabel>
-#include <QMainWindow>
+#include <QKeySequence>
 #include <QTimer>
+#include <map>
 #include <memory>
 #include <string>
 
 #include "app/calib_options.h"
-#include "link/connection_settings.h"
-#include "link/zortk.h"
+#include "app/zor_view_window.h"
 
+class QAction;
+class QComboBox;
+class QDockWidget;
+class QMenu;
 class QOpenGLWidget;
+class QToolBar;
+class StatusPanel;
 
-class CalibMainWindow : public QMainWindow {
+class CalibMainWindow : public ZorViewWindow {
   Q_OBJECT
 
  public:
@@ -24,45 +30,203 @@ class CalibMainWindow : public QMainWindow {
   static constexpr int32_t kRigidTrackerId = 0;
   static constexpr int32_t kWandTrackerId = 2;
   static constexpr int32_t kPointTrackerId = 3;
+  static constexpr int kPumpIntervalMs = 2;
+
+  // Menu entry ids.
+  enum EntryId {
+    kBrushNone = 0, kBrushPoints = 1, kBrushLines = 2,
+    kColorSlots = 3, kColorUser = 4,
+    kCameras = 5, kCameraCones = 6, kCameraStands = 7,
+    kAlignRigid = 8, kAlignObject = 9, kAlignWand = 10,
+    kExit = 11, kResetView = 12, kFullScreen = 13, kView2d = 14,
+    kMarkerIds = 17, kFollow = 21,
+    kConnect = 23, kPause = 24, kCapture = 25, kResetCapture = 26, kCalibrate = 27,
+    kResetCalibration = 28, kNewRigid = 30, kNewCalib = 31, kSave = 33,
+  };
 
   CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options);
   ~CalibMainWindow() override;
 
-  ZOR& session() { return session_; }
-  const ConnectionSettings& settings() const { return settings_; }
   QOpenGLWidget* glView() const { return nullptr; }  // no 3D view yet
-  int redrawInterval() const { return redrawTimer_.interval(); }
-  bool autoConnect() const { return autoConnect_; }
+  bool autoConnectEnabled() const { return autoConnect_; }
   bool autoCapture() const { return autoCapture_; }
   int captureRequest() const { return captureRequest_; }
   bool orientationMode() const { return orientationMode_; }
   int alignKind() const { return alignKind_; }
+  int fullScreenState() const { return fullScreen_; }
+  bool paused() const { return paused_; }
+  bool aiming() const { return aiming_; }
+  int calibMode() const { return calibMode_; }
 
-  // Connects with the current settings; true when the session runs.
-  bool connectServer(bool startStreaming, bool setFrequency);
-  void disconnectServer();
+  // The menu entry with that id (null when there is none).
+  QAction* entry(int id) const;
+  void setEntryChecked(int id, bool on);
+  void setEntryEnabled(int id, bool on);
+
+  QToolBar* calibrationBar() const { return calibrationBar_; }
+  QToolBar* drawingBar() const { return drawingBar_; }
+  QDockWidget* statusDock() const;
+  StatusPanel* statusPanel() const { return statusPanel_; }
+  QMenu* brushMenu() const { return brushMenu_; }
+  QComboBox* qualityBox() const { return qualityBox_; }
+
+  // The dock menu, without the tool bars and the status panel.
+  QMenu* createPopupMenu() override;
+
+  bool connectServer(bool startStreaming, bool setFrequency) override;
+  void disconnectServer() override;
+  void updateControls() override;
+  void reportConnectError(int code) override;
+
+ signals:
+  void sg_AimingState(bool on);
+  void sg_CalibState(int pass, float error);
 
  public slots:
   void sl_PreCalib(int mode);
+  void sl_Quit();
   void sl_Connect();
+  void sl_Pause();
+  void sl_Fill();
+  void sl_BrNone();
+  void sl_BrPoints();
+  void sl_BrLines();
+  void sl_Fade();
+  void sl_Follow();
+  void sl_BrushEdit();
+  void sl_ShowDistance();
+  void sl_Clear();
+  void sl_Scale();
+  void sl_Ids();
+  void sl_Filter();
+  void sl_Slots();
+  void sl_Shadows();
+  void sl_Cameras();
+  void sl_CamCones();
+  void sl_CamStands();
+  void sl_Reset();
+  void sl_FullScreen();
+  void sl_SelectFocus();
+  void sl_ColorDialog();
+  void sl_Select_1();
+  void sl_Select_2();
+  void sl_Select_3();
+  void sl_Select_4();
+  void sl_Select_5();
+  void sl_Select_6();
+  void sl_Select_7();
+  void sl_Select_8();
+  void sl_Select_9();
+  void sl_ClearSelections();
+  void sl_LineUp(QDockWidget* dock);
   void sl_ZorTimerEvent();
+  void sl_ToggleFreq();
+  void sl_View2d();
+  void sl_Capture();
+  void sl_ResetCapture();
+  void sl_Calibrate();
+  void sl_ResetCalibrate();
+  void sl_SaveCalibration();
+  void sl_Align();
+  void sl_Flip();
+  void sl_Align1();
+  void sl_Align2();
+  void sl_Align3();
+  void sl_CapturePos();
+  void sl_CalibMode(int mode);
+  void sl_CreateRB();
+  void sl_EnableRB();
+  void sl_NewRigid();
+  void sl_NewCalib();
+  void sl_NewPoint();
+  void sl_ToggleAiming();
+  void sl_EnableAiming(bool on);
+
+ protected:
+  // One frame from the session: the calibration's per-frame work.
+  virtual void processFrame();
 
  private:
+  // Construction steps, in the order the constructor runs them.
+  void createActions();
+  void createMenus();
+  void createToolBars();
+  void createStatusDock();
+  void createAccelerators();
+  void createPumpTimer();
   void applyOptions(const CalibOptions& options);
+
+  template <typename Slot>
+  QAction* makeEntry(const QString& text, int id, bool checkable, const QKeySequence& key,
+                     Slot slot);
+  void selectNumber(int number);
+  void setAlignKind(int kind);
+  void showCalibStatus(const QString& text);
   void replaceTracker(std::unique_ptr<Tracker> tracker);
   void mergeWandFile(const std::string& fileName);
-  void updateStatus();
 
-  ZOR session_{128, 0.001f};
-  ConnectionSettings settings_;
+  std::map<int, QAction*> entries_;
+  // Menu entries (their ids in EntryId).
+  QAction* exitAction_ = nullptr;
+  QAction* resetViewAction_ = nullptr;
+  QAction* fullScreenAction_ = nullptr;
+  QAction* view2dAction_ = nullptr;
+  QAction* markerIdsAction_ = nullptr;
+  QAction* followAction_ = nullptr;
+  QAction* slotsAction_ = nullptr;
+  QAction* userColorsAction_ = nullptr;
+  QAction* camerasAction_ = nullptr;
+  QAction* conesAction_ = nullptr;
+  QAction* standsAction_ = nullptr;
+  QAction* connectAction_ = nullptr;
+  QAction* pauseAction_ = nullptr;
+  QAction* captureAction_ = nullptr;
+  QAction* resetCaptureAction_ = nullptr;
+  QAction* calibrateAction_ = nullptr;
+  QAction* resetCalibrationAction_ = nullptr;
+  QAction* newRigidAction_ = nullptr;
+  QAction* newCalibAction_ = nullptr;
+  QAction* alignRigidAction_ = nullptr;
+  QAction* alignObjectAction_ = nullptr;
+  QAction* alignWandAction_ = nullptr;
+  QAction* saveAction_ = nullptr;
+  QAction* brushNoneAction_ = nullptr;
+  QAction* brushPointsAction_ = nullptr;
+  QAction* brushLinesAction_ = nullptr;
+  // Tool bar buttons that have no menu entry.
+  QAction* quitButton_ = nullptr;
+  QAction* snapshotButton_ = nullptr;
+  QAction* clearButton_ = nullptr;
+  QAction* flipButton_ = nullptr;
+  QAction* alignButton_ = nullptr;
+
+  QMenu* fileMenu_ = nullptr;
+  QMenu* viewMenu_ = nullptr;
+  QMenu* drawingMenu_ = nullptr;
+  QMenu* colorsMenu_ = nullptr;
+  QMenu* camerasMenu_ = nullptr;
+  QMenu* zorMenu_ = nullptr;
+  QMenu* trackersMenu_ = nullptr;
+  QMenu* alignMenu_ = nullptr;
+  QMenu* brushMenu_ = nullptr;
+
+  QToolBar* calibrationBar_ = nullptr;
+  QToolBar* drawingBar_ = nullptr;
+  QComboBox* alignKindBox_ = nullptr;
+  QComboBox* calibModeBox_ = nullptr;
+  QComboBox* qualityBox_ = nullptr;
+  StatusPanel* statusPanel_ = nullptr;
+
   QTimer pumpTimer_;
-  QTimer redrawTimer_;
-  QLabel* markersLabel_;
-  QLabel* frameLabel_;
+  bool paused_ = false;
   bool autoConnect_ = false;
   bool autoCapture_ = false;
   int captureRequest_ = 0;
   bool orientationMode_ = false;
-  int alignKind_ = 0;
+  int alignKind_ = 0;   // 0 none, 1 rigid body, 2 alignment object, 3 wand
   int fullScreen_ = 0;  // 0 normal, 1 full screen, -1 go full screen once the mode is chosen
+  bool menuBarWanted_ = true;  // the menu bar's state outside full screen
+  bool recording_ = false;
+  bool aiming_ = false;
+  int calibMode_ = 0;  // 0 calibration, 1 alignment
 };

@@ -1,15 +1,28 @@
-// The application object and the main window as far as they exist: options
-// applied to the session and its trackers, the frame pump and the status bar.
+// The application object and the main window against a double of the zor*
+// calls: options, menus, tool bars and docks, the frame pump, connecting,
+// pausing and every error text the window shows.
 #include <gtest/gtest.h>
 
+#include <QAction>
+#include <QComboBox>
+#include <QDockWidget>
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
+#include <QSignalSpy>
 #include <QStatusBar>
 #include <QSurfaceFormat>
+#include <QTest>
+#include <QToolBar>
+#include <QToolButton>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 
 #include "app/calib_main_window.h"
+#include "app/message_box.h"
 #include "app/qt_wrapper.h"
+#include "calib/status_panel.h"
 #include "link/zorsock_double.h"
 #include "testing/zord_process.h"
 
@@ -27,11 +40,17 @@ std::unique_ptr<QTWrapper> gQt;
 void EnsureApplication() {
   if (!gQt) gQt = std::make_unique<QTWrapper>(gArgc, gArgv, "windowsxp");
 }
-struct ApplicationEnd : testing::Environment {
+// Windows read and write the user's .mcclient: give them a home of their own.
+struct PrivateHome : testing::Environment {
+  void SetUp() override {
+    home = std::make_unique<zortest::TempDir>();
+    setenv("HOME", home->path().c_str(), 1);
+  }
   void TearDown() override { gQt.reset(); }
+  std::unique_ptr<zortest::TempDir> home;
 };
-[[maybe_unused]] testing::Environment* const gEnd =
-    testing::AddGlobalTestEnvironment(new ApplicationEnd);
+[[maybe_unused]] testing::Environment* const gEnv =
+    testing::AddGlobalTestEnvironment(new PrivateHome);
 
 std::string Quiet(const std::function<void()>& f) {
   testing::internal::CaptureStdout();
@@ -66,24 +85,43 @@ TEST(QTWrapperTest, MadeOnceWithFontAndGLSettings) {
   EXPECT_EQ(QTWrapper::glSettings(), gl);
 }
 
+struct Box {
+  QString caption, text;
+};
+
 class WindowTest : public testing::Test {
  protected:
   void SetUp() override {
     EnsureApplication();
     zordouble::Reset();
+    previous_ = SetWarningHandler(
+        [this](QWidget*, const QString& caption, const QString& text) { boxes.push_back({caption, text}); });
   }
+  void TearDown() override { SetWarningHandler(previous_); }
   std::unique_ptr<CalibMainWindow> Make(const CalibOptions& options) {
     std::unique_ptr<CalibMainWindow> window;
     out = Quiet([&] { window = std::make_unique<CalibMainWindow>(nullptr, "w", options); });
     return window;
   }
-  static QString Label(CalibMainWindow& w, const char* tip) {
+  std::unique_ptr<CalibMainWindow> MakeConnected() {
+    auto w = Make(options);
+    EXPECT_TRUE(w->connectServer(true, true));
+    w->updateControls();
+    return w;
+  }
+  static QLabel* Field(CalibMainWindow& w, const char* tip) {
     for (QLabel* label : w.statusBar()->findChildren<QLabel*>())
-      if (label->toolTip() == QLatin1String(tip)) return label->text();
-    return "<none>";
+      if (label->toolTip() == QLatin1String(tip)) return label;
+    return nullptr;
+  }
+  static QString Label(CalibMainWindow& w, const char* tip) {
+    QLabel* field = Field(w, tip);
+    return field ? field->text() : "<none>";
   }
   CalibOptions options{"Corvane System Calibration"};
   std::string out;
+  std::vector<Box> boxes;
+  WarningHandler previous_;
 };
 
 TEST_F(WindowTest, CaptionSizeAndRedrawInterval) {
@@ -93,6 +131,7 @@ TEST_F(WindowTest, CaptionSizeAndRedrawInterval) {
   EXPECT_EQ(w->redrawInterval(), 16);
   EXPECT_EQ(w->settings().server, "localhost");
   EXPECT_TRUE(w->session().trackers.empty());
+  EXPECT_EQ(w->centralWidget(), w->view());
   options.fps = 24.9f;
   EXPECT_EQ(Make(options)->redrawInterval(), 41);
 }
@@ -108,8 +147,12 @@ TEST_F(WindowTest, FlagsFromTheOptions) {
   EXPECT_EQ(w->captureRequest(), 1);
   EXPECT_TRUE(w->orientationMode());
   EXPECT_EQ(w->alignKind(), 2);
-  EXPECT_FALSE(w->autoConnect());
+  EXPECT_EQ(w->calibMode(), 1);
+  EXPECT_FALSE(w->entry(CalibMainWindow::kAlignRigid)->isChecked());
+  EXPECT_TRUE(w->entry(CalibMainWindow::kAlignObject)->isChecked());
+  EXPECT_FALSE(w->autoConnectEnabled());
   EXPECT_EQ(w->settings().server, "lab");
+  EXPECT_EQ(w->settingsDock()->serverBox()->itemText(1), "localhost");
 }
 
 TEST_F(WindowTest, WandFilesMakeTheWandAndMergeFurtherFiles) {
@@ -146,30 +189,317 @@ TEST_F(WindowTest, TrackerFilesReplaceTheirTrackers) {
   EXPECT_EQ(point->markers.size(), 2u);
 }
 
-TEST_F(WindowTest, PumpFillsTheStatusBarAndALostLinkDisconnects) {
+// --- Menus, tool bars, docks, keys -----------------------------------------------
+
+struct Entry {
+  int id;
+  const char* text;
+  const char* key;
+  bool checkable;
+};
+
+TEST_F(WindowTest, MenuEntriesWithIdsKeysAndCheckMarks) {
   auto w = Make(options);
-  ASSERT_TRUE(w->connectServer(true, true));
-  for (int f = 1; f <= 50; ++f) zordouble::Push(zordouble::MarkerFrame(f, 5));
+  QStringList titles;
+  for (QAction* a : w->menuBar()->actions()) titles << a->text();
+  EXPECT_EQ(titles, QStringList({"&File", "View", "Drawing", "Zor"}));
+
+  const Entry entries[] = {
+      {11, "Exit", "Ctrl+Q", false},           {12, "Reset 3d View", "Shift+R", false},
+      {13, "Fullscreen", "F11", true},         {14, "2D View", "V", true},
+      {17, "Show Marker IDs", "N", true},      {21, "Follow Selection", "Shift+F", true},
+      {3, "slots", "Shift+S", true},           {4, "user defined", "Shift+K", false},
+      {5, "cameras", "", true},                {6, "cones", "Shift+N", true},
+      {7, "stands", "", true},                 {23, "Connect", "Shift+Return", true},
+      {24, "Pause", "Ctrl+P", true},           {25, "Capture", "", true},
+      {26, "Reset Capture", "", false},        {27, "Calibrate", "", true},
+      {28, "Reset Calibration", "", false},    {30, "Alignment Rigid", "", false},
+      {31, "Calibration Wand", "", false},     {8, "Rigid Body", "", true},
+      {9, "Alignment Object", "", true},       {10, "Wand", "", true},
+      {33, "Save", "", false},                 {0, "None", "", true},
+      {1, "Points", "", true},                 {2, "Lines", "", true}};
+  for (const Entry& e : entries) {
+    QAction* a = w->entry(e.id);
+    ASSERT_NE(a, nullptr) << e.id;
+    EXPECT_EQ(a->text(), e.text) << e.id;
+    EXPECT_EQ(a->shortcut().toString(), e.key) << e.id;
+    EXPECT_EQ(a->isCheckable(), e.checkable) << e.id;
+    EXPECT_EQ(a->data().toInt(), e.id);
+  }
+
+  // Where the entries sit: submenus and separators in their order.
+  QMenu* zor = w->menuBar()->actions()[3]->menu();
+  QStringList zorItems;
+  for (QAction* a : zor->actions()) zorItems << (a->isSeparator() ? "-" : a->text());
+  EXPECT_EQ(zorItems, QStringList({"Connect", "Pause", "-", "Change Trackers", "-", "Capture",
+                                   "Reset Capture", "Calibrate", "Reset Calibration", "Align Mode",
+                                   "-", "Save"}));
+  QMenu* drawing = w->menuBar()->actions()[2]->menu();
+  QStringList drawingItems;
+  for (QAction* a : drawing->actions()) drawingItems << (a->isSeparator() ? "-" : a->text());
+  EXPECT_EQ(drawingItems,
+            QStringList({"Show Marker IDs", "Follow Selection", "Colors", "-", "Cameras", "-"}));
+  EXPECT_EQ(w->brushMenu()->actions().size(), 3);
+}
+
+TEST_F(WindowTest, ToolBarsDocksAndTheirTips) {
+  auto w = Make(options);
+  QStringList items;
+  for (QAction* a : w->calibrationBar()->actions()) {
+    if (a->isSeparator()) {
+      items << "-";
+    } else if (auto* box = qobject_cast<QComboBox*>(w->calibrationBar()->widgetForAction(a))) {
+      items << "[" + box->toolTip() + "]";
+    } else {
+      items << a->text() + "|" + a->toolTip();
+    }
+  }
+  EXPECT_EQ(items, QStringList({"Connect|Connect to zor server",
+                                "Capture|Capture calibration data",
+                                "Calibrate|Calibrate the system", "Save|Save calibration",
+                                "Quit|Quit", "2D View|Toggle 2D view",
+                                "[Select the type of object to align with]",
+                                "Snapshot|Capture a position (Auto capturing disabled until reconnect)",
+                                "Clear|Clear captured positions",
+                                "Flip Up|Flip the current orientation upside-down",
+                                "Align|Start aligning", "[Select Alignment or Calibration mode]",
+                                "[Select calibration quality]", "-"}));
+  EXPECT_EQ(w->qualityBox()->currentText(), "Normal");
+  EXPECT_EQ(w->qualityBox()->count(), 6);
+  EXPECT_EQ(w->calibrationBar()->windowTitle(), "Calibration");
+  EXPECT_EQ(w->drawingBar()->windowTitle(), "Drawing");
+  auto* cameras = w->drawingBar()->findChild<QToolButton*>("cameras");
+  ASSERT_NE(cameras, nullptr);
+  EXPECT_EQ(cameras->text(), "cameras");
+  EXPECT_EQ(cameras->menu()->actions().size(), 3);
+
+  EXPECT_EQ(w->dockWidgetArea(w->settingsDock()), Qt::RightDockWidgetArea);
+  EXPECT_EQ(w->dockWidgetArea(w->statusDock()), Qt::RightDockWidgetArea);
+  EXPECT_EQ(w->statusDock()->windowTitle(), "Status");
+  std::unique_ptr<QMenu> dockMenu(w->createPopupMenu());
+  QStringList offered;
+  for (QAction* a : dockMenu->actions())
+    if (!a->isSeparator()) offered << a->text();
+  EXPECT_EQ(offered, QStringList({"Settings"}));
+}
+
+TEST_F(WindowTest, StatusBarHasSixFieldsInOrder) {
+  auto w = Make(options);
+  const std::pair<const char*, int> fields[] = {
+      {"total cameras", 65},   {"average markers seen", 65}, {"Zor frame number", 65},
+      {"Zor frames/sec.", 45}, {"graphic frames/sec.", 45},  {"graphic Load", 45}};
+  int x = -1;
+  w->show();
+  QApplication::processEvents();
+  for (const auto& [tip, width] : fields) {
+    QLabel* field = Field(*w, tip);
+    ASSERT_NE(field, nullptr) << tip;
+    EXPECT_EQ(field->width(), width) << tip;
+    EXPECT_GT(field->x(), x) << tip;
+    x = field->x();
+  }
+  EXPECT_EQ(Label(*w, "total cameras"), "Cameras: 0");
+  EXPECT_EQ(Label(*w, "Zor frames/sec."), "0Hz");
+  EXPECT_EQ(Label(*w, "graphic frames/sec."), "0 fps");
+}
+
+TEST_F(WindowTest, WindowKeysReachTheirSlots) {
+  auto w = Make(options);
+  w->show();
+  w->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));  // keys go to the active window
+  QSignalSpy aiming(w.get(), &CalibMainWindow::sg_AimingState);
+  QTest::keyClick(w.get(), Qt::Key_A);
+  ASSERT_EQ(aiming.count(), 1);
+  EXPECT_TRUE(aiming.first().first().toBool());
+  EXPECT_TRUE(w->aiming());
+  QTest::keyClick(w.get(), Qt::Key_F11);
+  EXPECT_EQ(w->fullScreenState(), 1);
+  EXPECT_TRUE(w->menuBar()->isHidden());
+  QTest::keyClick(w.get(), Qt::Key_F11);  // the key works with the menu bar hidden
+  EXPECT_EQ(w->fullScreenState(), 0);
+  EXPECT_FALSE(w->menuBar()->isHidden());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kFullScreen)->isChecked());
+}
+
+TEST_F(WindowTest, StartModes) {
+  options.startMode = 2;
+  options.full = 1;
+  auto advanced = Make(options);
+  EXPECT_TRUE(advanced->isFullScreen());
+  EXPECT_TRUE(advanced->menuBar()->isHidden());
+  EXPECT_TRUE(advanced->entry(CalibMainWindow::kFullScreen)->isChecked());
+  EXPECT_FALSE(advanced->calibrationBar()->isHidden());
+  advanced.reset();
+
+  for (int mode : {0, 1}) {
+    options.startMode = mode;
+    options.full = 0;
+    auto guided = Make(options);
+    EXPECT_TRUE(guided->isVisible());
+    EXPECT_TRUE(guided->menuBar()->isHidden()) << mode;
+    EXPECT_TRUE(guided->calibrationBar()->isHidden()) << mode;
+    EXPECT_TRUE(guided->statusDock()->isHidden()) << mode;
+    EXPECT_TRUE(guided->settingsDock()->isHidden()) << mode;
+    EXPECT_EQ(guided->calibMode(), mode);
+  }
+}
+
+// --- Frame pump, connect, pause ---------------------------------------------------
+
+TEST_F(WindowTest, PumpTakesAtMost48FramesATick) {
+  auto w = MakeConnected();
+  for (int f = 1; f <= 49; ++f) zordouble::Push(zordouble::MarkerFrame(f, 5));
   Quiet([&] { w->sl_ZorTimerEvent(); });
   EXPECT_EQ(w->session().lastFrame, 48);
   EXPECT_EQ(Label(*w, "Zor frame number"), "48");
   EXPECT_EQ(Label(*w, "average markers seen"), "Markers: 5");
   w->sl_ZorTimerEvent();
-  EXPECT_EQ(Label(*w, "Zor frame number"), "50");
-
-  zordouble::Double().errors.push_back(ZOR_CONNECTION_LOST);
-  w->sl_ZorTimerEvent();
-  EXPECT_FALSE(w->session().connected());
-  EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected");
+  EXPECT_EQ(Label(*w, "Zor frame number"), "49");
 }
 
-TEST_F(WindowTest, RefusedConnectionPrintsTheConsoleText) {
+TEST_F(WindowTest, TickWhileDisconnectedNeverFetches) {
+  auto w = Make(options);
+  for (int f = 1; f <= 3; ++f) zordouble::Push(zordouble::MarkerFrame(f, 5));
+  zordouble::Double().errors.push_back(ZOR_INVALID_VALUE);
+  EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "");
+  EXPECT_EQ(zordouble::Double().queue.size(), 3u);
+  EXPECT_EQ(zordouble::Double().errors.size(), 1u);  // not even the error was read
+  EXPECT_EQ(w->session().lastFrame, 0);
+  EXPECT_EQ(Label(*w, "Zor frame number"), "0");
+}
+
+TEST_F(WindowTest, LostLinkDisconnectsAndRefreshesControls) {
+  auto w = MakeConnected();
+  w->sl_Pause();
+  ASSERT_TRUE(w->paused());
+  EXPECT_TRUE(w->entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_FALSE(w->settingsDock()->isEnabled());
+
+  zordouble::Double().errors.push_back(ZOR_CONNECTION_LOST);
+  EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "error: ZorHandlerError:  (0x30)\n");
+  EXPECT_FALSE(w->session().connected());
+  EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected");
+  EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_FALSE(w->paused());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kCapture)->isEnabled());
+  EXPECT_TRUE(w->settingsDock()->isEnabled());
+}
+
+TEST_F(WindowTest, PauseIsIgnoredWhileDisconnected) {
+  auto w = Make(options);
+  EXPECT_FALSE(w->entry(CalibMainWindow::kPause)->isEnabled());
+  w->entry(CalibMainWindow::kPause)->setEnabled(true);
+  w->entry(CalibMainWindow::kPause)->trigger();  // as from the menu
+  EXPECT_FALSE(w->paused());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_EQ(zordouble::CountCalls("zorSetInteger"), 0);
+
+  auto c = MakeConnected();
+  zordouble::Double().calls.clear();
+  c->entry(CalibMainWindow::kPause)->trigger();
+  EXPECT_TRUE(c->paused());
+  EXPECT_TRUE(c->entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_TRUE(zordouble::Called(zordouble::Call("zorSetInteger", {ZOR_STREAMING, ZOR_OFF})));
+  c->sl_Pause();
+  EXPECT_FALSE(c->paused());
+  EXPECT_TRUE(zordouble::Called(zordouble::Call("zorSetInteger", {ZOR_STREAMING, ZOR_ON})));
+}
+
+TEST_F(WindowTest, ConnectAndDisconnectFromTheMenu) {
+  auto w = Make(options);
+  w->entry(CalibMainWindow::kConnect)->trigger();
+  ASSERT_TRUE(w->session().connected());
+  EXPECT_TRUE(w->entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_EQ(w->statusBar()->currentMessage(), "connected");
+  EXPECT_TRUE(w->statusPanel()->statusText() == "Connected");
+  EXPECT_TRUE(w->statusPanel()->html().contains("<val>localhost</val>"));
+  EXPECT_TRUE(boxes.empty());
+  w->entry(CalibMainWindow::kConnect)->trigger();
+  EXPECT_FALSE(w->session().connected());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_EQ(w->statusPanel()->statusText(), "Disconnected");
+}
+
+// --- Error texts ---------------------------------------------------------------------
+
+TEST_F(WindowTest, HandleErrorLinesAndStatusTexts) {
+  auto w = Make(options);
+  w->statusBar()->showMessage("before");
+  EXPECT_EQ(Quiet([&] { w->handleError(0); }), "");
+  EXPECT_EQ(Quiet([&] { w->handleError(1); }), "");
+  EXPECT_EQ(Quiet([&] { w->handleError(40); }), "error: ZorHandlerError:  (0x28)\n");
+  EXPECT_EQ(Quiet([&] { w->handleError(-5); }), "error: ZorHandlerError:  (e=-5)\n");
+  EXPECT_EQ(w->statusBar()->currentMessage(), "before");
+  EXPECT_EQ(Quiet([&] { w->handleError(32); }),
+            "error: ZorHandlerError: Error: Invalid Value sent to Zor (0x20)\n");
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Error: Invalid Value sent to Zor");
+  Quiet([&] { w->handleError(33); });
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Error: Invalid Enum sent to Zor");
+  Quiet([&] { w->handleError(34); });
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Error: an Invalid Operation occurred");
+}
+
+TEST_F(WindowTest, RawDataErrorTexts) {
+  options.server = "lab";
+  auto w = Make(options);
+  const std::pair<int, const char*> cases[] = {
+      {-1, "Error Initializing RPD: invalid RPD mode."},
+      {-2, "Error Initializing RPD: invalid RPD mode."},
+      {-3, "Error Initializing RPD: unable to connect to lab"},
+      {-4, "Error Initializing RPD: failed to send mode."},
+      {-5, "Error Initializing RPD: check server messages"},
+      {7, "Error Initializing RPD: check server messages"}};
+  for (const auto& [code, text] : cases) {
+    boxes.clear();
+    w->reportRPDError(code);
+    ASSERT_EQ(boxes.size(), 1u);
+    EXPECT_EQ(boxes[0].caption, "RPD Error");
+    EXPECT_EQ(boxes[0].text, text);
+    EXPECT_EQ(w->lastRPDError(), code);
+  }
+}
+
+TEST_F(WindowTest, RefusedConnectionShowsTheBoxAndTheConsoleText) {
   auto w = Make(options);
   zordouble::Double().initResult = ZOR_ERR_CONNECTION_REFUSED;
   EXPECT_EQ(Quiet([&] { w->sl_Connect(); }),
             "error: Initialization failed connecting to localhost (Connection Refused)\n");
   EXPECT_FALSE(w->session().connected());
   EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected");
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].caption, "Zor Init Error");
+  EXPECT_EQ(boxes[0].text,
+            "Initialzation failed connecting to localhost. (Connection Refused) \nPlease check "
+            "that zord is running on localhost.");
+  EXPECT_EQ(w->statusPanel()->statusText(), "Disconnected");
+  EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
+}
+
+TEST_F(WindowTest, ConnectFailureBoxesByErrorCode) {
+  auto w = Make(options);
+  zordouble::Double().initResult = -1;  // the server refused the set-up
+  Quiet([&] { w->connectServer(true, true); });
+  EXPECT_TRUE(boxes.empty());  // error 0: no box
+  EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected");
+
+  zordouble::Double().errors = {ZOR_VERSION};  // a code the library has a text for
+  Quiet([&] { w->connectServer(true, true); });
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].caption, "Zor Init Error");
+  EXPECT_EQ(boxes[0].text,
+            "Could not Connect.\n\nZor may be busy streaming.  \nPlease check the server log and "
+            "restart Zord if necessary.  \nIf the problem persists, call customer support with "
+            "this error code: 1280");
+  EXPECT_EQ(w->statusPanel()->statusText(), boxes[0].text);
+
+  zordouble::Double().errors = {0x77};  // one it does not know
+  Quiet([&] { w->connectServer(true, true); });
+  ASSERT_EQ(boxes.size(), 2u);
+  EXPECT_EQ(boxes[1].text,
+            "An internal error occurred.\n\nPlease check the server log.\nIf the problem "
+            "persists, call customer support with this error code: 119");
 }
 
 }  // namespace

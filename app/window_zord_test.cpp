@@ -1,15 +1,20 @@
-// The client window connecting to a real zord at start-up (-connect) and
-// showing what its session receives.
+// The client window against a real zord: connecting at start-up (-connect),
+// frames reaching the status bar, a server that dies under it and a server
+// that is not there.
 #include <gtest/gtest.h>
 
+#include <QAction>
 #include <QElapsedTimer>
-#include <algorithm>
 #include <QLabel>
 #include <QStatusBar>
+#include <algorithm>
+#include <functional>
 #include <memory>
 
 #include "app/calib_main_window.h"
+#include "app/message_box.h"
 #include "app/qt_wrapper.h"
+#include "calib/status_panel.h"
 #include "testing/zord_process.h"
 
 namespace {
@@ -22,14 +27,49 @@ QString Label(CalibMainWindow& w, const char* tip) {
   return {};
 }
 
-TEST(WindowZordTest, ConnectOptionConnectsAndFramesReachTheStatusBar) {
+bool RunUntil(const std::function<bool()>& done, int ms) {
+  QElapsedTimer clock;
+  clock.start();
+  while (clock.elapsed() < ms && !done()) QApplication::processEvents(QEventLoop::AllEvents, 10);
+  return done();
+}
+
+class WindowZordTest : public testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    home_ = new zortest::TempDir;
+    setenv("HOME", home_->path().c_str(), 1);
+    qt_ = new QTWrapper(argc_, argv_, "windowsxp");
+  }
+  static void TearDownTestSuite() {
+    delete qt_;
+    delete home_;
+  }
+  void SetUp() override {
+    previous_ = SetWarningHandler([this](QWidget*, const QString& caption, const QString& text) {
+      boxes_.push_back(caption + ": " + text);
+    });
+  }
+  void TearDown() override { SetWarningHandler(previous_); }
+
+  static int argc_;
+  static char name_[];
+  static char* argv_[];
+  static QTWrapper* qt_;
+  static zortest::TempDir* home_;
+  QStringList boxes_;
+  WarningHandler previous_;
+};
+int WindowZordTest::argc_ = 1;
+char WindowZordTest::name_[] = "window_zord_test";
+char* WindowZordTest::argv_[] = {WindowZordTest::name_, nullptr};
+QTWrapper* WindowZordTest::qt_ = nullptr;
+zortest::TempDir* WindowZordTest::home_ = nullptr;
+
+TEST_F(WindowZordTest, ConnectOptionConnectsAndFramesReachTheStatusBar) {
   zortest::ZordProcess zord({"--scene", DataPath("scenes/calibrated.json")});
   ASSERT_TRUE(zord.Start()) << zord.error();
 
-  int argc = 1;
-  char name[] = "window_zord_test";
-  char* argv[] = {name, nullptr};
-  QTWrapper qt(argc, argv, "windowsxp");
   CalibOptions options("Corvane System Calibration");
   options.connect = 1;
   options.server = zord.address();
@@ -37,16 +77,17 @@ TEST(WindowZordTest, ConnectOptionConnectsAndFramesReachTheStatusBar) {
   options.startMode = 2;
   testing::internal::CaptureStdout();
   CalibMainWindow window(nullptr, "Corvane System Calibration", options);
+  // Auto-connect runs from the event loop; it looks for the server where
+  // this test's zord answers discovery.
+  window.settingsDock()->setScanPort(zord.discovery_port());
 
-  QElapsedTimer clock;
-  clock.start();
-  while (clock.elapsed() < 10000 &&
-         !(window.session().lastFrame > 100 && !window.session().markers.empty()))
-    QApplication::processEvents(QEventLoop::AllEvents, 10);
+  RunUntil([&] { return window.session().lastFrame > 100 && !window.session().markers.empty(); },
+           10000);
   const std::string out = testing::internal::GetCapturedStdout();
 
   EXPECT_EQ(out, "adding wand tracker: " + DataPath("wand.rb") + "\n");
   ASSERT_TRUE(window.session().connected());
+  EXPECT_TRUE(window.entry(CalibMainWindow::kConnect)->isChecked());
   EXPECT_GT(window.session().lastFrame, 100);
   EXPECT_EQ(Label(window, "Zor frame number"), QString::number(window.session().lastFrame));
   const auto seen = std::count_if(window.session().markers.begin(), window.session().markers.end(),
@@ -54,6 +95,66 @@ TEST(WindowZordTest, ConnectOptionConnectsAndFramesReachTheStatusBar) {
   EXPECT_GT(seen, 0);
   EXPECT_LE(seen, 8);  // only the wand is tracked
   EXPECT_EQ(Label(window, "average markers seen"), QString("Markers: %1").arg(seen));
+  EXPECT_EQ(Label(window, "total cameras"),
+            QString("Cameras: %1").arg(window.session().cameras.size()));
+  EXPECT_GT(window.session().cameras.size(), 0u);
+  // The server rate settles after its first second.
+  RunUntil([&] { return Label(window, "Zor frames/sec.") != "0Hz"; }, 5000);
+  EXPECT_NE(Label(window, "Zor frames/sec."), "0Hz");
+  EXPECT_TRUE(boxes_.isEmpty()) << boxes_.join("\n").toStdString();
+}
+
+TEST_F(WindowZordTest, AutoConnectToAServerThatIsNotThereSaysSo) {
+  CalibOptions options("Corvane System Calibration");
+  options.connect = 1;
+  options.server = "127.0.0.1:" + std::to_string(zortest::FreePort());
+  options.startMode = 2;
+  CalibMainWindow window(nullptr, "w", options);
+  window.settingsDock()->setScanPort(zortest::FreePort());
+  const QString expected = QString("auto connect failed: %1 not found").arg(options.server.c_str());
+  EXPECT_TRUE(RunUntil([&] { return window.statusBar()->currentMessage() == expected; }, 5000))
+      << window.statusBar()->currentMessage().toStdString();
+  EXPECT_FALSE(window.session().connected());
+  EXPECT_TRUE(boxes_.isEmpty());
+}
+
+TEST_F(WindowZordTest, ServerDeathDisconnectsAndRefusedReconnectIsReported) {
+  zortest::ZordProcess zord;
+  ASSERT_TRUE(zord.Start()) << zord.error();
+  CalibOptions options("Corvane System Calibration");
+  options.server = zord.address();
+  options.startMode = 2;
+  CalibMainWindow window(nullptr, "w", options);
+  testing::internal::CaptureStdout();
+  window.entry(CalibMainWindow::kConnect)->trigger();
+  ASSERT_TRUE(window.session().connected());
+  ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > 10; }, 10000));
+  window.entry(CalibMainWindow::kPause)->trigger();
+  EXPECT_TRUE(window.paused());
+
+  zord.Kill();
+  EXPECT_TRUE(RunUntil([&] { return !window.session().connected(); }, 15000));
+  RunUntil([] { return false; }, 100);  // a few more ticks on the dead link
+  EXPECT_FALSE(window.entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_FALSE(window.paused());
+  EXPECT_FALSE(window.entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_TRUE(window.settingsDock()->isEnabled());
+  EXPECT_EQ(window.statusBar()->currentMessage(), "disconnected");
+
+  // Connecting again finds nobody listening.
+  window.entry(CalibMainWindow::kConnect)->trigger();
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_FALSE(window.session().connected());
+  ASSERT_EQ(boxes_.size(), 1) << boxes_.join("\n").toStdString();
+  const QString server = QString::fromStdString(zord.address());
+  EXPECT_EQ(boxes_[0], "Zor Init Error: Initialzation failed connecting to " + server +
+                           ". (Connection Refused) \nPlease check that zord is running on " +
+                           server + ".");
+  EXPECT_NE(out.find("error: Initialization failed connecting to " + zord.address() +
+                     " (Connection Refused)"),
+            std::string::npos)
+      << out;
+  EXPECT_EQ(window.statusPanel()->statusText(), "Disconnected");
 }
 
 }  // namespace
