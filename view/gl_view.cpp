@@ -45,7 +45,9 @@ GLView::GLView(QWidget* parent, const ViewOptions& options)
 }
 
 GLView::~GLView() {
-  // The lists live in our context; delete them while it still exists.
+  // The lists live in our context; delete them while it still exists, and
+  // stop the context from calling back into the parts already gone.
+  QObject::disconnect(contextGone_);
   if (context()) {
     makeCurrent();
     ReleaseGL();
@@ -55,7 +57,8 @@ GLView::~GLView() {
 
 void GLView::initializeGL() {
   InitializeGL();
-  connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] {
+  QObject::disconnect(contextGone_);
+  contextGone_ = connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] {
     makeCurrent();
     ReleaseGL();
     doneCurrent();

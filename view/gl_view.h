@@ -77,5 +77,6 @@ class GLView : public QOpenGLWidget, public SceneView {
 
   MouseState mouse_;
   PaintRates rates_;
+  QMetaObject::Connection contextGone_;
   std::vector<int> lastMarkers_, lastDrag_;
 };
