@@ -50,7 +50,9 @@ class PeersTest : public ::testing::Test {
     options.discovery_port = 0;
     options.frequency = 480;
     options.limits.handshake_timeout = std::chrono::milliseconds(500);
-    options.limits.max_queued_frames = 16;
+    // Half a second of frames: a client that stops reading starts losing frames
+    // soon, while a live client stalled by a loaded machine does not.
+    options.limits.max_queued_frames = 240;
     server_ = std::make_unique<Server>(engine_, options);
     std::string error;
     ASSERT_TRUE(server_->Start(&error)) << error;
