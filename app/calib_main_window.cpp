@@ -207,7 +207,7 @@ void CalibMainWindow::updateControls() {
     setEntryChecked(kCalibrate, false);
   }
   // The connection's settings cannot change under a running session.
-  settingsDock()->setEnabled(!connected);
+  settingsDock()->setConnectEnabled(!connected);
 }
 
 void CalibMainWindow::sl_ZorTimerEvent() {
@@ -227,6 +227,9 @@ void CalibMainWindow::sl_ZorTimerEvent() {
       updateControls();
     }
     handleError(session().lastError);
+  } else {
+    // Nothing seen without a server: no stale markers stay on show.
+    session().markers.clear();
   }
   updateStatus();
 }

@@ -371,10 +371,13 @@ TEST_F(WindowTest, TickWhileDisconnectedNeverFetches) {
 
 TEST_F(WindowTest, LostLinkDisconnectsAndRefreshesControls) {
   auto w = MakeConnected();
+  zordouble::Push(zordouble::MarkerFrame(1, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  EXPECT_EQ(Label(*w, "average markers seen"), "Markers: 4");
   w->sl_Pause();
   ASSERT_TRUE(w->paused());
   EXPECT_TRUE(w->entry(CalibMainWindow::kConnect)->isChecked());
-  EXPECT_FALSE(w->settingsDock()->isEnabled());
+  EXPECT_FALSE(w->settingsDock()->connectEnabled());
 
   zordouble::Double().errors.push_back(ZOR_CONNECTION_LOST);
   EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "error: ZorHandlerError:  (0x30)\n");
@@ -384,7 +387,9 @@ TEST_F(WindowTest, LostLinkDisconnectsAndRefreshesControls) {
   EXPECT_FALSE(w->paused());
   EXPECT_FALSE(w->entry(CalibMainWindow::kPause)->isChecked());
   EXPECT_FALSE(w->entry(CalibMainWindow::kCapture)->isEnabled());
-  EXPECT_TRUE(w->settingsDock()->isEnabled());
+  EXPECT_TRUE(w->settingsDock()->connectEnabled());
+  EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "");  // the next tick idles
+  EXPECT_EQ(Label(*w, "average markers seen"), "Markers: 0");
 }
 
 TEST_F(WindowTest, PauseIsIgnoredWhileDisconnected) {

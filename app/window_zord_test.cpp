@@ -138,7 +138,7 @@ TEST_F(WindowZordTest, ServerDeathDisconnectsAndRefusedReconnectIsReported) {
   EXPECT_FALSE(window.entry(CalibMainWindow::kConnect)->isChecked());
   EXPECT_FALSE(window.paused());
   EXPECT_FALSE(window.entry(CalibMainWindow::kPause)->isChecked());
-  EXPECT_TRUE(window.settingsDock()->isEnabled());
+  EXPECT_TRUE(window.settingsDock()->connectEnabled());
   EXPECT_EQ(window.statusBar()->currentMessage(), "disconnected");
 
   // Connecting again finds nobody listening.

@@ -100,7 +100,7 @@ bool ConfigToolbar::GetSettings() {
     settings_.frequency = frequencyBox_->currentText().toFloat();
     settings_.interpolate = interpolateBox_->value();
   }
-  if (!isEnabled()) return false;
+  if (!connectEnabled()) return false;
   const QString text = serverBox_->currentText();
   const std::string address = aliasAddress(text);
   settings_.server = address.empty() ? text.toStdString() : address;
@@ -108,7 +108,7 @@ bool ConfigToolbar::GetSettings() {
 }
 
 void ConfigToolbar::SetMode(int mode) {
-  if (!isEnabled()) return;
+  if (!connectEnabled()) return;
   for (uint32_t bits : kModeBits)
     if ((settings_.flags & bits) == bits) settings_.flags -= bits;
   if (mode >= 1 && mode <= 4) settings_.flags |= static_cast<uint32_t>(mode) << 8;

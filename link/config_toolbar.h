@@ -52,6 +52,11 @@ class ConfigToolbar : public QDockWidget {
   int Load(const std::string& path);
   bool Save(const std::string& path);
 
+  // Whether the dock may hand out a server to connect to; the main window
+  // locks the settings (greyed) while a session runs.
+  bool connectEnabled() const { return widget()->isEnabled(); }
+  void setConnectEnabled(bool on) { widget()->setEnabled(on); }
+
   // The auto-connect request the main window answers once.
   void requestConnect() { connectRequest_ = true; }
   bool connectRequested() const { return connectRequest_; }

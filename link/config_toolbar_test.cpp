@@ -234,7 +234,7 @@ TEST_F(ConfigToolbarTest, AlternativeServerModeAndDisabledDock) {
   EXPECT_EQ(t->settings().flags, 0x800u);
 
   t->serverBox()->setEditText("elsewhere");
-  t->setEnabled(false);
+  t->setConnectEnabled(false);
   EXPECT_FALSE(t->GetSettings());
   EXPECT_EQ(t->settings().server, "localhost");
   t->SetMode(1);
