@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QDockWidget>
 #include <QMenuBar>
 #include <QStatusBar>
 #include <QToolBar>
@@ -152,8 +153,11 @@ void CalibMainWindow::disconnectServer() {
 }
 
 void CalibMainWindow::sl_Connect() {
-  const bool connected =
-      !session().connected() ? connectServer(true, true) : (disconnectServer(), false);
+  bool connected = false;
+  if (!session().connected())
+    connected = connectServer(true, true);
+  else
+    disconnectServer();
   showCalibStatus(connected ? QStringLiteral("Connected") : QStringLiteral("Disconnected"));
   updateControls();
 }
@@ -258,4 +262,18 @@ void CalibMainWindow::setAlignKind(int kind) {
 void CalibMainWindow::sl_CalibMode(int mode) {
   calibMode_ = mode == 1 ? 1 : 0;
   calibModeBox_->setCurrentIndex(calibMode_);
+}
+
+// After a dock moved: when "Settings" and "Status" share a side of the window
+// they stand one above the other (Settings first) rather than as tabs.
+void CalibMainWindow::sl_LineUp(QDockWidget* dock) {
+  QDockWidget* settings = settingsDock();
+  QDockWidget* status = statusDock();
+  if (liningUp_ || dock->isFloating() || settings->isFloating() || status->isFloating()) return;
+  const Qt::DockWidgetArea area = dockWidgetArea(settings);
+  if (area != dockWidgetArea(status)) return;
+  liningUp_ = true;  // splitting moves docks, which calls back here
+  const bool side = area == Qt::LeftDockWidgetArea || area == Qt::RightDockWidgetArea;
+  splitDockWidget(settings, status, side ? Qt::Vertical : Qt::Horizontal);
+  liningUp_ = false;
 }

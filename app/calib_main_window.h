@@ -229,4 +229,5 @@ class CalibMainWindow : public ZorViewWindow {
   bool recording_ = false;
   bool aiming_ = false;
   int calibMode_ = 0;  // 0 calibration, 1 alignment
+  bool liningUp_ = false;
 };

@@ -2,8 +2,6 @@
 // view, its drawing and selection, the calibration engine, alignment, the
 // tracker bar and the preferences). They are wired to their menu entries,
 // keys and buttons already; each says what it will drive.
-#include <QDockWidget>
-
 #include "app/calib_main_window.h"
 
 // 3D view and drawing switches.
@@ -42,9 +40,6 @@ void CalibMainWindow::sl_Select_7() { selectNumber(7); }
 void CalibMainWindow::sl_Select_8() { selectNumber(8); }
 void CalibMainWindow::sl_Select_9() { selectNumber(9); }
 void CalibMainWindow::sl_ClearSelections() {}
-
-// Docks keep their places as they are dropped.
-void CalibMainWindow::sl_LineUp(QDockWidget* /*dock*/) {}
 
 // The session's rate switch.
 void CalibMainWindow::sl_ToggleFreq() {}

@@ -283,6 +283,21 @@ TEST_F(WindowTest, ToolBarsDocksAndTheirTips) {
   EXPECT_EQ(offered, QStringList({"Settings"}));
 }
 
+TEST_F(WindowTest, DocksSharingASideStandOneAboveTheOther) {
+  auto w = Make(options);
+  w->show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+  w->tabifyDockWidget(w->statusDock(), w->settingsDock());  // dropped onto each other
+  w->addDockWidget(Qt::LeftDockWidgetArea, w->settingsDock());
+  w->addDockWidget(Qt::LeftDockWidgetArea, w->statusDock(), Qt::Horizontal);
+  w->sl_LineUp(w->statusDock());
+  QApplication::processEvents();
+  EXPECT_EQ(w->dockWidgetArea(w->statusDock()), Qt::LeftDockWidgetArea);
+  EXPECT_TRUE(w->tabifiedDockWidgets(w->settingsDock()).isEmpty());
+  EXPECT_GT(w->statusDock()->y(), w->settingsDock()->y());
+  EXPECT_EQ(w->statusDock()->x(), w->settingsDock()->x());
+}
+
 TEST_F(WindowTest, StatusBarHasSixFieldsInOrder) {
   auto w = Make(options);
   const std::pair<const char*, int> fields[] = {
