@@ -1,6 +1,7 @@
 #include "link/zorsock_double.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 namespace zordouble {
@@ -138,9 +139,17 @@ int zorSetFloat(int code, float value) {
   return ok;
 }
 
-int zorSetFloatv(int code, const float*) { return Record(Call("zorSetFloatv", {code}), "zorSetFloatv"); }
+int zorSetFloatv(int code, const float* values) {
+  const int n = code == ZOR_GLOBAL_TRANSFORM ? 7 : 1;
+  state.lastFloatv.assign(values, values + n);
+  return Record(Call("zorSetFloatv", {code}), "zorSetFloatv");
+}
 
 int zorGetFloatv(int code, float* values) {
+  if (code == ZOR_GLOBAL_TRANSFORM) {
+    std::copy(state.globalTransform.begin(), state.globalTransform.end(), values);
+    return 7;
+  }
   if (code != ZOR_FREQUENCY) return 0;
   *values = state.frequency;
   return 1;
@@ -178,6 +187,13 @@ int zorGetIntegerv(int code, int* values) {
 }
 
 int zorGetString(int code, char* buffer) {
+  if (code == ZOR_CALIB_MESSAGE) {
+    if (state.calibMessages.empty()) return 0;
+    const std::string message = state.calibMessages.front();
+    state.calibMessages.pop_front();
+    std::snprintf(buffer, ZOR_STRING_MAX, "%s", message.c_str());
+    return int(std::strlen(buffer));
+  }
   if (code != ZOR_VERSION || state.version.empty()) return 0;
   std::strcpy(buffer, state.version.c_str());
   return int(state.version.size());
@@ -220,9 +236,20 @@ int zorMarkerfv(int markerId, int code, const float* v) {
                 "zorMarkerfv");
 }
 
-int zorRPDOpen(const char*, const char*, int) { return Record("zorRPDOpen()", "zorRPDOpen"); }
+int zorRPDOpen(const char*, const char* fileName, int mode) {
+  state.calls.push_back("zorRPDOpen(" + std::to_string(mode) + ")");
+  state.rpdFile = fileName;
+  return state.rpdOpenResult;
+}
 int zorRPDSend(void) { return Record("zorRPDSend()", "zorRPDSend"); }
-int zorRPDRecv(void) { return 0; }
+int zorRPDRecv(void) {
+  state.calls.push_back("zorRPDRecv()");
+  if (state.rpdRecv.empty()) return 0;
+  const int result = state.rpdRecv.front();
+  state.rpdRecv.pop_front();
+  return result;
+}
+const char* zorRPDError(void) { return "test double"; }
 int zorRPDClose(void) { return Record("zorRPDClose()", "zorRPDClose"); }
 
 int zor_scan(const char*, int, const char*, int, char*, int) { return 0; }

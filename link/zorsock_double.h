@@ -41,6 +41,12 @@ struct State {
   unsigned failGet = 0;           // their getters fail (-1)
   int sendOverride = -1;          // >= 0: the ZOR_SEND_* answers, as a fixed bit mask
   std::string version = "test 1.0";
+  std::deque<std::string> calibMessages;  // zorGetString(ZOR_CALIB_MESSAGE) pops the front
+  std::vector<float> globalTransform = {0, 0, 0, 1, 0, 0, 0};  // ZOR_GLOBAL_TRANSFORM
+  std::vector<float> lastFloatv;  // the values of the last zorSetFloatv
+  int rpdOpenResult = 1;          // what zorRPDOpen returns
+  std::deque<int> rpdRecv;        // zorRPDRecv pops the front; 0 when empty
+  std::string rpdFile;            // the file of the last zorRPDOpen
 };
 
 State& Double();

@@ -221,6 +221,23 @@ void ZOR::Flush() {
   pending->Clear();
 }
 
+int32_t ZOR::rpdOpen(ConnectionSettings& request) {
+  if (request.rpdMode == 0) return 0;
+  if (request.rpdMode == 1 && !running) return 0;
+  if (request.rpdMode == 2 && running) return 0;
+  const int32_t result =
+      zorRPDOpen(request.server.c_str(), request.rpdFile.c_str(), request.rpdMode);
+  if (result < 0) {
+    request.rpdMode = 0;
+    std::printf("RPD ERROR...%d\n", result);
+    return result;
+  }
+  if (request.rpdMode == 2) zorRPDSend();
+  return 1;
+}
+
+int32_t ZOR::rpdClose() { return zorRPDClose(); }
+
 void ZOR::Done() {
   zorRPDClose();
   if (!slave()) RemoveAllTrackers(-1);

@@ -38,7 +38,8 @@ class ZOR {
   // Connects and pushes settings and trackers. Returns zorInit's result (>= 0)
   // on success, its negative code when it failed, -1 when the server refused
   // the set-up.
-  int32_t Init(const ConnectionSettings& settings, bool startStreaming, bool setFrequency);
+  // A derived session may open differently (the calibration session does).
+  virtual int32_t Init(const ConnectionSettings& settings, bool startStreaming, bool setFrequency);
   void SetStreaming(bool on);
   int32_t SetFrequency(float f);
   void LoadPose(const float newPose[7]);
@@ -70,7 +71,14 @@ class ZOR {
   }
 
   void Flush();
-  void Done();
+  virtual void Done();
+
+  // Raw data (the server's 2D stream) into or out of request.rpdFile, by
+  // request.rpdMode: 1 records from this open session, 2 sends a file while
+  // no session is open. Returns 1 opened, 0 not applicable here, a negative
+  // library code when it failed (the request's mode is then reset to 0).
+  int32_t rpdOpen(ConnectionSettings& request);
+  int32_t rpdClose();
 
   static std::string ErrorText(int32_t code, int context, const std::string& server);
 

@@ -1,0 +1,114 @@
+// CalibSession: the server session opened for calibration. Through it the
+// client defines the wand, starts and stops the capture of wand data, asks
+// the server to calibrate at a chosen quality, reads the server's pass-by-pass
+// messages and saves the result with any pending alignment. It also records
+// the raw 2D data of a capture into a local file when asked to.
+//
+// Everything runs on the GUI thread; the window calls these operations from
+// its slots and its frame pump and shows what they leave in the members.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "link/zortk.h"
+
+class CalibSession : public ZOR {
+ public:
+  // Fixed tracker ids of the calibration.
+  static constexpr int32_t kRigidTrackerId = 0;  // rigid body / general markers
+  static constexpr int32_t kCalibTrackerId = 1;  // the wand as the server calibrates with it
+  static constexpr int32_t kWandTrackerId = 2;   // the wand as read from its file(s)
+  static constexpr int32_t kPointTrackerId = 3;  // the alignment object
+  static constexpr int kRigidMarkers = 128;
+  static constexpr int kMessageBytes = 1024;
+
+  // Server parameters of a calibration session.
+  static constexpr int kCalibFlags = 0x0C00;
+  static constexpr int kSessionSetting = 0x0202;
+  static constexpr int kLoadExisting = 0x0C11;
+  static constexpr int kCalibStream = 0x02A2;
+  static constexpr int kSecondStream = 0x0201;
+  static constexpr int kOn = 0x0102;
+  static constexpr int kCaptureStart = 0x0C21;
+  static constexpr int kCaptureStop = 0x0C22;
+  static constexpr int kCaptureReset = 0x0C20;
+  static constexpr int kCalibrate = 0x0C13;
+  static constexpr int kMessage = 0x0C51;
+  static constexpr int kGlobalTransform = 0xC200;
+  static constexpr int kSave = 0x0C12;
+
+  CalibSession(int markerCapacity, float scale);
+
+  // The window's connect goes through here: the session always opens for
+  // calibration.
+  int32_t Init(const ConnectionSettings& settings, bool startStreaming, bool setFrequency) override {
+    return open(settings, startStreaming, setFrequency);
+  }
+  // Closing ends capture and raw recording; the server drops the captured
+  // data with the session.
+  void Done() override;
+
+  // Returns zorInit's result (>= 0), its negative code, or -1 when the server
+  // refused the set-up.
+  int32_t open(const ConnectionSettings& settings, bool secondStream, bool applySetting);
+  void toggleCapture();
+  void resetCapture();
+  void calibrate(int32_t quality);
+  // Reads one message from the server: 1 when one was read, else 0.
+  int readMessage();
+  // What readMessage does with a message once read.
+  void applyMessage(const std::string& message);
+  void save();
+  void applyPendingAlignment();
+  // Makes tracker 1 a copy of the wand; loads defaultWandFile into tracker 2
+  // when there is no wand yet. False when there is still no wand.
+  bool prepareCalibrationTracker(const std::string& defaultWandFile);
+  // Replaces the wand by the first file, merges the others into it and
+  // prepares the calibration tracker. Nothing happens for an empty list.
+  void setWandFiles(const std::vector<std::string>& files);
+  void addWandFile(const std::string& fileName);
+  // The wand tracker was replaced: the calibration tracker is made anew.
+  void wandChanged();
+  // Replaces the tracker with that id by `tracker` (sent when connected).
+  Tracker* replaceTracker(std::unique_ptr<Tracker> tracker);
+
+  // Raw recording of the capture. openRaw names a free capture file, opens
+  // the recording into it (request's mode and file are set) and returns 1, 0
+  // when not asked for or already open (or no free name), or the library's
+  // negative code. drainRaw moves what arrived into the file and closes the
+  // recording when the stream failed; closeRaw ends it.
+  int32_t openRaw(ConnectionSettings& request);
+  void drainRaw();
+  void closeRaw();
+
+  // Quality value for a row of the quality chooser.
+  static int32_t qualityForRow(int row);
+
+  int32_t alignKind = 3;
+  int32_t loadExisting = 0;
+  int32_t recordRaw = 0;
+  int32_t rawOpen = 0;
+  std::vector<Vec3> alignPoints;       // captured alignment positions
+  std::vector<Vec3> alignWandPoints;   // the wand's own captured points
+  std::vector<int32_t> alignIndices = {0, 1, 2};
+  bool capturing = false;
+  bool captured = false;
+  bool calibrating = false;
+  bool calibrated = false;
+  bool aligning = false;
+  bool aligned = false;
+  bool anySaved = false;
+  bool calibrationSaved = false;
+  int32_t quality = 0;
+  int32_t capturedFrames = 0;
+  int32_t captureStart = 0;
+  int32_t lastCaptureFrame = 0;
+  int32_t pass = 0;
+  int32_t messageReady = 0;
+  float passError = -1.0f;
+  std::string messageDetail;
+  int32_t wandAdded = 0;
+  std::string rawFile;  // the file of the last recording opened
+};
