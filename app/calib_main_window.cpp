@@ -14,11 +14,12 @@
 #include "widgets/embedded_images.h"
 
 CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options)
-    : ZorViewWindow(parent, name, std::make_unique<ZOR>(128, 0.001f), options.fps) {
+    : ZorViewWindow(parent, name, std::make_unique<CalibSession>(128, 0.001f), options.fps) {
   createActions();
   createMenus();
   createToolBars();
   createStatusDock();
+  createProgressLabel();
   createAccelerators();
   setWindowTitle(QStringLiteral("Corvane System Calibration"));
   resize(800, 600);
@@ -55,46 +56,27 @@ void CalibMainWindow::createPumpTimer() {
 
 void CalibMainWindow::applyOptions(const CalibOptions& options) {
   if (options.width > 0 && options.height > 0) resize(options.width, options.height);
-  if (!options.wandFiles.empty()) {
-    std::printf("adding wand tracker: %s\n", options.wandFiles.front().c_str());
-    replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kWandTrackerId,
-                                             options.wandFiles.front()));
-    std::for_each(options.wandFiles.begin() + 1, options.wandFiles.end(),
-                  [this](const std::string& file) { mergeWandFile(file); });
+  calib().setWandFiles(options.wandFiles);
+  if (!options.trackerFiles.empty()) {
+    calib().replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kWandTrackerId,
+                                                     options.trackerFiles.front()));
+    calib().wandChanged();
   }
-  if (!options.trackerFiles.empty())
-    replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kWandTrackerId,
-                                             options.trackerFiles.front()));
   // The calibration's tracker 0 follows the rigid file's LEDs as points and
   // tracker 3 holds the alignment object as a rigid body.
   if (!options.rigidFile.empty())
-    replaceTracker(std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, options.rigidFile));
+    calib().replaceTracker(
+        std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, options.rigidFile));
   if (!options.pointFile.empty())
-    replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, options.pointFile));
+    calib().replaceTracker(
+        std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, options.pointFile));
   if (options.autoCapture) autoCapture_ = true;
   if (!options.server.empty()) {
     settingsDock()->setFirstServer(QString::fromStdString(options.server));
     settingsDock()->GetSettings();
   }
-  if (options.capture) captureRequest_ = 1;
+  if (options.capture) captureRequest_ = calib().recordRaw = 1;
   orientationMode_ = options.orientation != 0;
-}
-
-void CalibMainWindow::replaceTracker(std::unique_ptr<Tracker> tracker) {
-  if (session().FindTracker(tracker->id)) session().RemoveTracker(tracker->id);
-  session().AddTracker(std::move(tracker));
-}
-
-// A further wand file adds its markers to the wand, numbered after the ones
-// already there so that the two files' markers stay apart.
-void CalibMainWindow::mergeWandFile(const std::string& fileName) {
-  Tracker* wand = session().FindTracker(kWandTrackerId);
-  if (!wand) return;
-  const size_t before = wand->markers.size();
-  wand->Read(wand->type, fileName);
-  for (size_t i = before; i < wand->markers.size(); ++i)
-    wand->markers[i].index += static_cast<int32_t>(before);
-  std::printf("%s added to existing wand tracker\n", fileName.c_str());
 }
 
 void CalibMainWindow::sl_PreCalib(int mode) {
@@ -148,8 +130,8 @@ bool CalibMainWindow::connectServer(bool startStreaming, bool setFrequency) {
 }
 
 void CalibMainWindow::disconnectServer() {
-  ZorViewWindow::disconnectServer();
-  recording_ = false;  // closing the session closes a raw recording too
+  ZorViewWindow::disconnectServer();  // ends a capture and a raw recording too
+  updateProgress();
 }
 
 void CalibMainWindow::sl_Connect() {
@@ -202,14 +184,9 @@ void CalibMainWindow::updateControls() {
     setEntryChecked(kPause, false);
   }
   setEntryEnabled(kPause, connected);
-  for (int id : {kCapture, kResetCapture, kCalibrate, kResetCalibration, kSave})
-    setEntryEnabled(id, connected);
+  updateCalibControls(connected);
   for (QAction* button : {snapshotButton_, clearButton_, flipButton_, alignButton_})
     button->setEnabled(connected);
-  if (!connected) {
-    setEntryChecked(kCapture, false);
-    setEntryChecked(kCalibrate, false);
-  }
   // The connection's settings cannot change under a running session.
   settingsDock()->setConnectEnabled(!connected);
 }
@@ -217,28 +194,19 @@ void CalibMainWindow::updateControls() {
 void CalibMainWindow::sl_ZorTimerEvent() {
   if (session().connected()) {
     const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] { processFrame(); });
-    if (recording_) {
-      int moved = 0;
-      while ((moved = zorRPDRecv()) > 0) {
-      }
-      if (moved < 0) {
-        zorRPDClose();
-        recording_ = false;
-      }
-    }
+    calib().drainRaw();
     if (pumped.last == -1) {  // the link failed
       disconnectServer();
       updateControls();
     }
     handleError(session().lastError);
+    updateProgress();
   } else {
     // Nothing seen without a server: no stale markers stay on show.
     session().markers.clear();
   }
   updateStatus();
 }
-
-void CalibMainWindow::processFrame() {}
 
 void CalibMainWindow::sl_ToggleAiming() {
   aiming_ = !aiming_;
@@ -259,8 +227,11 @@ void CalibMainWindow::setAlignKind(int kind) {
   if (kind >= 1 && kind <= 3) alignKindBox_->setCurrentIndex(kind - 1);
 }
 
+// Alignment works on the calibration the server has; a calibration starts
+// from a blank one. Either takes effect when the session next opens.
 void CalibMainWindow::sl_CalibMode(int mode) {
   calibMode_ = mode == 1 ? 1 : 0;
+  calib().loadExisting = calibMode_;
   calibModeBox_->setCurrentIndex(calibMode_);
 }
 

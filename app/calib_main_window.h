@@ -5,6 +5,7 @@
 // the program checks, enables and disables them.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QKeySequence>
 #include <QTimer>
 #include <map>
@@ -13,10 +14,12 @@
 
 #include "app/calib_options.h"
 #include "app/zor_view_window.h"
+#include "calib/calib_session.h"
 
 class QAction;
 class QComboBox;
 class QDockWidget;
+class QLabel;
 class QMenu;
 class QOpenGLWidget;
 class QToolBar;
@@ -27,9 +30,9 @@ class CalibMainWindow : public ZorViewWindow {
 
  public:
   // Fixed tracker ids of the calibration.
-  static constexpr int32_t kRigidTrackerId = 0;
-  static constexpr int32_t kWandTrackerId = 2;
-  static constexpr int32_t kPointTrackerId = 3;
+  static constexpr int32_t kRigidTrackerId = CalibSession::kRigidTrackerId;
+  static constexpr int32_t kWandTrackerId = CalibSession::kWandTrackerId;
+  static constexpr int32_t kPointTrackerId = CalibSession::kPointTrackerId;
   static constexpr int kPumpIntervalMs = 2;
 
   // Menu entry ids.
@@ -69,6 +72,11 @@ class CalibMainWindow : public ZorViewWindow {
   StatusPanel* statusPanel() const { return statusPanel_; }
   QMenu* brushMenu() const { return brushMenu_; }
   QComboBox* qualityBox() const { return qualityBox_; }
+  // "Capturing  > >" and the like while the calibration is busy.
+  QLabel* progressLabel() const { return progressLabel_; }
+  // The session, which is the calibration engine.
+  CalibSession& calib() { return static_cast<CalibSession&>(session()); }
+  const CalibSession& calib() const { return static_cast<const CalibSession&>(session()); }
 
   // The dock menu, without the tool bars and the status panel.
   QMenu* createPopupMenu() override;
@@ -154,6 +162,7 @@ class CalibMainWindow : public ZorViewWindow {
   void createStatusDock();
   void createAccelerators();
   void createPumpTimer();
+  void createProgressLabel();
   void applyOptions(const CalibOptions& options);
 
   template <typename Slot>
@@ -162,8 +171,11 @@ class CalibMainWindow : public ZorViewWindow {
   void selectNumber(int number);
   void setAlignKind(int kind);
   void showCalibStatus(const QString& text);
-  void replaceTracker(std::unique_ptr<Tracker> tracker);
-  void mergeWandFile(const std::string& fileName);
+  // Calibration steps the slots and the frame pump share.
+  void startOrStopCapture();
+  void showCalibResult();
+  void updateProgress();
+  void updateCalibControls(bool connected);
 
   std::map<int, QAction*> entries_;
   // Menu entries (their ids in EntryId).
@@ -216,6 +228,8 @@ class CalibMainWindow : public ZorViewWindow {
   QComboBox* calibModeBox_ = nullptr;
   QComboBox* qualityBox_ = nullptr;
   StatusPanel* statusPanel_ = nullptr;
+  QLabel* progressLabel_ = nullptr;
+  QElapsedTimer clock_;  // the progress arrows' time base
 
   QTimer pumpTimer_;
   bool paused_ = false;
@@ -226,7 +240,6 @@ class CalibMainWindow : public ZorViewWindow {
   int alignKind_ = 0;   // 0 none, 1 rigid body, 2 alignment object, 3 wand
   int fullScreen_ = 0;  // 0 normal, 1 full screen, -1 go full screen once the mode is chosen
   bool menuBarWanted_ = true;  // the menu bar's state outside full screen
-  bool recording_ = false;
   bool aiming_ = false;
   int calibMode_ = 0;  // 0 calibration, 1 alignment
   bool liningUp_ = false;

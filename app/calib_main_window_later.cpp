@@ -44,18 +44,6 @@ void CalibMainWindow::sl_ClearSelections() {}
 // The session's rate switch.
 void CalibMainWindow::sl_ToggleFreq() {}
 
-// Calibration: capture, calibrate, save.
-void CalibMainWindow::sl_Capture() {
-  if (session().connected()) {
-    // Raw recording and the wand capture start and stop here.
-  }
-  updateControls();
-}
-void CalibMainWindow::sl_ResetCapture() {}
-void CalibMainWindow::sl_Calibrate() { updateControls(); }
-void CalibMainWindow::sl_ResetCalibrate() {}
-void CalibMainWindow::sl_SaveCalibration() {}
-
 // Alignment and its rigid body.
 void CalibMainWindow::sl_Align() {}
 void CalibMainWindow::sl_Flip() {}
@@ -66,5 +54,4 @@ void CalibMainWindow::sl_EnableRB() {}
 
 // Replacing the calibration's trackers.
 void CalibMainWindow::sl_NewRigid() {}
-void CalibMainWindow::sl_NewCalib() {}
 void CalibMainWindow::sl_NewPoint() {}

@@ -130,7 +130,7 @@ TEST_F(WindowTest, CaptionSizeAndRedrawInterval) {
   EXPECT_EQ(w->size(), QSize(800, 600));
   EXPECT_EQ(w->redrawInterval(), 16);
   EXPECT_EQ(w->settings().server, "localhost");
-  EXPECT_TRUE(w->session().trackers.empty());
+  EXPECT_EQ(w->session().trackers.size(), 4u);  // the calibration's fixed trackers
   EXPECT_EQ(w->centralWidget(), w->view());
   options.fps = 24.9f;
   EXPECT_EQ(Make(options)->redrawInterval(), 41);
@@ -162,7 +162,7 @@ TEST_F(WindowTest, WandFilesMakeTheWandAndMergeFurtherFiles) {
   options.trackerFiles = {};
   auto w = Make(options);
   EXPECT_EQ(out, "adding wand tracker: " + first + "\n" + second + " added to existing wand tracker\n");
-  ASSERT_EQ(w->session().trackers.size(), 1u);
+  ASSERT_EQ(w->session().trackers.size(), 4u);
   Tracker* wand = w->session().FindTracker(2);
   ASSERT_NE(wand, nullptr);
   EXPECT_EQ(wand->type, uint32_t(ZOR_RIGID_TRACKER));
@@ -170,6 +170,8 @@ TEST_F(WindowTest, WandFilesMakeTheWandAndMergeFurtherFiles) {
   EXPECT_EQ(wand->markers[3].index, 3);
   EXPECT_EQ(wand->markers[4].index, 4);  // second file numbered after the first
   EXPECT_EQ(wand->markers[5].index, 5);
+  // The server calibrates with a copy of the merged wand.
+  EXPECT_EQ(w->session().FindTracker(1)->markers.size(), 6u);
 }
 
 TEST_F(WindowTest, TrackerFilesReplaceTheirTrackers) {
@@ -179,8 +181,9 @@ TEST_F(WindowTest, TrackerFilesReplaceTheirTrackers) {
   options.pointFile = DataPath("tests/no_final_newline.rb");
   auto w = Make(options);
   EXPECT_EQ(out.find("warning"), std::string::npos) << out;
-  ASSERT_EQ(w->session().trackers.size(), 3u);
+  ASSERT_EQ(w->session().trackers.size(), 4u);
   EXPECT_EQ(w->session().FindTracker(2)->markers.size(), 4u);  // the tracker file won
+  EXPECT_EQ(w->session().FindTracker(1)->markers.size(), 4u);
   Tracker* rigid = w->session().FindTracker(0);
   EXPECT_EQ(rigid->type, uint32_t(ZOR_POINT_TRACKER));
   EXPECT_EQ(rigid->markers.size(), 4u);

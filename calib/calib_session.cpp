@@ -160,8 +160,20 @@ void CalibSession::applyMessage(const std::string& message) {
   }
 }
 
-void CalibSession::save() {
-  if (!connected() || calibrating || capturing) return;
+bool CalibSession::resetCalibration() {
+  if (!connected() || calibrating || capturing) return false;
+  std::printf("loading blank calibration\n");
+  zorSetInteger(kLoadExisting, 0);
+  calibrated = false;
+  calibrationSaved = false;
+  pass = 0;
+  passError = -1.0f;
+  messageDetail.clear();
+  return true;
+}
+
+bool CalibSession::save() {
+  if (!connected() || calibrating || capturing) return false;
   float global[7] = {0, 0, 0, 1, 0, 0, 0};
   zorGetFloatv(kGlobalTransform, global);
   // The cameras are shown where the saved transform puts them without
@@ -183,6 +195,7 @@ void CalibSession::save() {
   pose.identity();
   std::printf("saved\n");
   anySaved = true;
+  return true;
 }
 
 void CalibSession::applyPendingAlignment() {

@@ -60,7 +60,11 @@ class CalibSession : public ZOR {
   int readMessage();
   // What readMessage does with a message once read.
   void applyMessage(const std::string& message);
-  void save();
+  // True when it saved (refused silently while capturing or calibrating).
+  bool save();
+  // Puts the server back on a blank calibration (the capture stays); false
+  // when not connected or busy.
+  bool resetCalibration();
   void applyPendingAlignment();
   // Makes tracker 1 a copy of the wand; loads defaultWandFile into tracker 2
   // when there is no wand yet. False when there is still no wand.
