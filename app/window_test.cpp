@@ -16,6 +16,7 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -526,3 +527,126 @@ TEST_F(WindowTest, ConnectFailureBoxesByErrorCode) {
 }
 
 }  // namespace
+
+// --- Calibration controls ---------------------------------------------------------
+
+namespace {
+
+struct ControlState {
+  bool capture, captureChecked, resetCapture, calibrate, calibrateChecked, save;
+};
+
+ControlState Controls(CalibMainWindow& w) {
+  auto on = [&](int id) { return w.entry(id)->isEnabled(); };
+  auto checked = [&](int id) { return w.entry(id)->isChecked(); };
+  return {on(CalibMainWindow::kCapture),   checked(CalibMainWindow::kCapture),
+          on(CalibMainWindow::kResetCapture), on(CalibMainWindow::kCalibrate),
+          checked(CalibMainWindow::kCalibrate), on(CalibMainWindow::kSave)};
+}
+
+void ExpectControls(CalibMainWindow& w, ControlState want, const char* state) {
+  const ControlState got = Controls(w);
+  EXPECT_EQ(got.capture, want.capture) << state;
+  EXPECT_EQ(got.captureChecked, want.captureChecked) << state;
+  EXPECT_EQ(got.resetCapture, want.resetCapture) << state;
+  EXPECT_EQ(got.calibrate, want.calibrate) << state;
+  EXPECT_EQ(got.calibrateChecked, want.calibrateChecked) << state;
+  EXPECT_EQ(got.save, want.save) << state;
+}
+
+}  // namespace
+
+TEST_F(WindowTest, CalibrationControlsFollowTheCalibrationState) {
+  auto w = Make(options);
+  ExpectControls(*w, {false, false, false, false, false, false}, "disconnected");
+  w = MakeConnected();
+  ExpectControls(*w, {true, false, false, false, false, false}, "connected");
+
+  zordouble::Push(zordouble::MarkerFrame(10, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  w->entry(CalibMainWindow::kCapture)->trigger();
+  ExpectControls(*w, {true, true, true, true, false, false}, "capturing");
+  EXPECT_TRUE(w->progressLabel()->text().startsWith("Capturing  >"));
+
+  zordouble::Push(zordouble::MarkerFrame(110, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  w->entry(CalibMainWindow::kCapture)->trigger();
+  EXPECT_EQ(w->calib().capturedFrames, 100);
+  ExpectControls(*w, {true, false, true, true, false, false}, "captured");
+  EXPECT_EQ(w->progressLabel()->text(), "");
+
+  w->qualityBox()->setCurrentIndex(5);  // "Exhaustive"
+  Quiet([&] { w->entry(CalibMainWindow::kCalibrate)->trigger(); });
+  EXPECT_TRUE(zordouble::Called("zorTrackeri(1,3091,0)"));
+  ExpectControls(*w, {false, false, false, false, true, false}, "calibrating");
+  EXPECT_TRUE(w->progressLabel()->text().startsWith("Calibrating  >"));
+
+  // The passes reach the status panel and the wizard's signal.
+  QSignalSpy states(w.get(), &CalibMainWindow::sg_CalibState);
+  for (const char* m : {"pass 1 success.", "error 0.5", "pass 2 success.", "error 0.25",
+                        "pass 3 success.", "error 0.125", "pass 4 success.", "error 0.1"})
+    zordouble::Double().calibMessages.push_back(m);
+  for (int f = 111; f <= 118; ++f) zordouble::Push(zordouble::MarkerFrame(f, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  EXPECT_EQ(w->statusPanel()->statusText(),
+            "<div><strong><normal>Pass 1 OK:  </normal></strong>(0.5)"
+            "<div><strong><normal>Pass 2 OK:  </normal></strong>(0.25)"
+            "<div><strong><normal>Pass 3 OK:  </normal></strong>(0.125)"
+            "<div><strong><normal>Pass 4 OK:  </normal></strong>(0.1)");
+  ASSERT_EQ(states.size(), 4);
+  EXPECT_EQ(states[3][0].toInt(), 4);
+  EXPECT_FLOAT_EQ(states[3][1].toFloat(), 0.1f);
+  ExpectControls(*w, {true, false, true, true, false, true}, "calibrated");
+  EXPECT_EQ(w->progressLabel()->text(), "");
+
+  EXPECT_EQ(Quiet([&] { w->entry(CalibMainWindow::kSave)->trigger(); }), "saved\n");
+  EXPECT_TRUE(zordouble::Called("zorSetInteger(3090,1)"));
+  ExpectControls(*w, {true, false, true, true, false, false}, "saved");
+}
+
+TEST_F(WindowTest, AFailedPassShowsItsCameraAndTheWizardGetsMinusOne) {
+  auto w = MakeConnected();
+  w->entry(CalibMainWindow::kCapture)->trigger();
+  Quiet([&] { w->entry(CalibMainWindow::kCalibrate)->trigger(); });  // stops the capture first
+  EXPECT_TRUE(zordouble::Called("zorTracker(1,3106)"));
+  EXPECT_TRUE(zordouble::Called("zorTrackeri(1,3091,400)"));  // "Normal"
+  QSignalSpy states(w.get(), &CalibMainWindow::sg_CalibState);
+  zordouble::Double().calibMessages.push_back("pass 3 failed. Camera 5 has too few samples");
+  zordouble::Push(zordouble::MarkerFrame(1, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  EXPECT_EQ(w->statusPanel()->statusText(),
+            "<div>Pass 3 Failed: </div><div>&nbsp;-&nbsp;Please capture more data"
+            "</div><div>&nbsp;-&nbsp;Camera 5 has too few samples");
+  ASSERT_EQ(states.size(), 1);
+  EXPECT_EQ(states[0][0].toInt(), -3);
+  EXPECT_FLOAT_EQ(states[0][1].toFloat(), -1.0f);
+  ExpectControls(*w, {true, false, true, true, false, false}, "failed: back to captured");
+}
+
+TEST_F(WindowTest, ARawRecordingThatFailsIsReportedAndTheCaptureGoesOn) {
+  zortest::TempDir dir;
+  const auto previous = std::filesystem::current_path();
+  std::filesystem::current_path(dir.path());
+  options.capture = 1;
+  auto w = MakeConnected();
+  zordouble::Double().rpdOpenResult = -3;
+  const std::string out = Quiet([&] { w->entry(CalibMainWindow::kCapture)->trigger(); });
+  EXPECT_NE(out.find("writing RPD: capture-"), std::string::npos) << out;
+  EXPECT_NE(out.find("RPD ERROR...-3"), std::string::npos) << out;
+  ASSERT_EQ(boxes.size(), 1u);
+  EXPECT_EQ(boxes[0].caption, "RPD Error");
+  EXPECT_EQ(boxes[0].text, "Error Initializing RPD: unable to connect to localhost");
+  EXPECT_TRUE(w->calib().capturing);
+  EXPECT_FALSE(w->calib().rawOpen);
+
+  // The next capture tries again, and a stream that fails closes the recording.
+  w->entry(CalibMainWindow::kCapture)->trigger();
+  zordouble::Double().rpdOpenResult = 1;
+  Quiet([&] { w->entry(CalibMainWindow::kCapture)->trigger(); });
+  EXPECT_TRUE(w->calib().rawOpen);
+  zordouble::Double().rpdRecv = {10, -7};
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  EXPECT_FALSE(w->calib().rawOpen);
+  EXPECT_TRUE(w->calib().capturing);
+  std::filesystem::current_path(previous);
+}
