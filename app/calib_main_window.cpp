@@ -11,6 +11,8 @@
 
 #include "app/message_box.h"
 #include "calib/status_panel.h"
+#include "view/gl_view.h"
+#include "view/preference_dialog.h"
 #include "widgets/embedded_images.h"
 
 CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options)
@@ -21,6 +23,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createStatusDock();
   createProgressLabel();
   createAccelerators();
+  connectView();
   setWindowTitle(QStringLiteral("Corvane System Calibration"));
   resize(800, 600);
   createPumpTimer();
@@ -193,8 +196,15 @@ void CalibMainWindow::updateControls() {
 
 void CalibMainWindow::sl_ZorTimerEvent() {
   if (session().connected()) {
-    const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] { processFrame(); });
+    // The calibration takes the frame as it came; only then does the view
+    // filter it for showing and add it to the trails.
+    const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] {
+      processFrame();
+      view()->ProcessFrame();
+    });
     calib().drainRaw();
+    if (pumped.frames > 0 && preferences_ && preferences_->isVisible())
+      preferences_->updateReadouts();
     if (pumped.last == -1) {  // the link failed
       disconnectServer();
       updateControls();

@@ -7,6 +7,7 @@
 
 #include <QElapsedTimer>
 #include <QKeySequence>
+#include <QPointer>
 #include <QTimer>
 #include <map>
 #include <memory>
@@ -22,6 +23,7 @@ class QDockWidget;
 class QLabel;
 class QMenu;
 class QOpenGLWidget;
+class PreferenceDialog;
 class QToolBar;
 class StatusPanel;
 
@@ -50,7 +52,7 @@ class CalibMainWindow : public ZorViewWindow {
   CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options);
   ~CalibMainWindow() override;
 
-  QOpenGLWidget* glView() const { return nullptr; }  // no 3D view yet
+  QOpenGLWidget* glView() const;
   bool autoConnectEnabled() const { return autoConnect_; }
   bool autoCapture() const { return autoCapture_; }
   int captureRequest() const { return captureRequest_; }
@@ -71,6 +73,8 @@ class CalibMainWindow : public ZorViewWindow {
   QDockWidget* statusDock() const;
   StatusPanel* statusPanel() const { return statusPanel_; }
   QMenu* brushMenu() const { return brushMenu_; }
+  // The preferences of the view, once opened (null before).
+  PreferenceDialog* preferences() const;
   QComboBox* qualityBox() const { return qualityBox_; }
   // "Capturing  > >" and the like while the calibration is busy.
   QLabel* progressLabel() const { return progressLabel_; }
@@ -163,12 +167,15 @@ class CalibMainWindow : public ZorViewWindow {
   void createAccelerators();
   void createPumpTimer();
   void createProgressLabel();
+  void connectView();
   void applyOptions(const CalibOptions& options);
 
   template <typename Slot>
   QAction* makeEntry(const QString& text, int id, bool checkable, const QKeySequence& key,
                      Slot slot);
   void selectNumber(int number);
+  // Check marks of the drawing entries from the view's switches.
+  void showDrawingSwitches();
   void setAlignKind(int kind);
   void showCalibStatus(const QString& text);
   // Calibration steps the slots and the frame pump share.
@@ -229,6 +236,7 @@ class CalibMainWindow : public ZorViewWindow {
   QComboBox* qualityBox_ = nullptr;
   StatusPanel* statusPanel_ = nullptr;
   QLabel* progressLabel_ = nullptr;
+  QPointer<PreferenceDialog> preferences_;
   QElapsedTimer clock_;  // the progress arrows' time base
 
   QTimer pumpTimer_;

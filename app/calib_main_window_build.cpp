@@ -169,6 +169,15 @@ void CalibMainWindow::createToolBars() {
   camerasButton->setMenu(camerasMenu_);
   camerasButton->setPopupMode(QToolButton::InstantPopup);
   drawingBar_->addWidget(camerasButton);
+  // The trails: a click opens the preferences, the arrow the brush popup.
+  auto* brushButton = new QToolButton(drawingBar_);
+  brushButton->setObjectName("brush");
+  brushButton->setText("brush");
+  brushButton->setToolTip("Marker trails (click for the preferences)");
+  brushButton->setMenu(brushMenu_);
+  brushButton->setPopupMode(QToolButton::MenuButtonPopup);
+  connect(brushButton, &QToolButton::clicked, this, &CalibMainWindow::sl_BrushEdit);
+  drawingBar_->addWidget(brushButton);
 }
 
 void CalibMainWindow::createStatusDock() {

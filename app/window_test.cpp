@@ -10,6 +10,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QSignalSpy>
+#include <QSpinBox>
 #include <QStatusBar>
 #include <QSurfaceFormat>
 #include <QTest>
@@ -24,6 +25,8 @@
 #include "app/message_box.h"
 #include "app/qt_wrapper.h"
 #include "calib/status_panel.h"
+#include "view/gl_view.h"
+#include "view/preference_dialog.h"
 #include "link/zorsock_double.h"
 #include "testing/zord_process.h"
 
@@ -649,4 +652,148 @@ TEST_F(WindowTest, ARawRecordingThatFailsIsReportedAndTheCaptureGoesOn) {
   EXPECT_FALSE(w->calib().rawOpen);
   EXPECT_TRUE(w->calib().capturing);
   std::filesystem::current_path(previous);
+}
+
+// ---------------------------------------------------------------- the 3D view
+
+TEST_F(WindowTest, DrawingEntriesSwitchTheViewAndTheirMarksFollowIt) {
+  auto w = Make(options);
+  GLView* view = w->view();
+  ASSERT_NE(view, nullptr);
+  EXPECT_EQ(w->centralWidget(), view);
+  EXPECT_EQ(w->glView(), view);
+  EXPECT_EQ(view->session(), &w->session());
+  // The marks start from the view's switches (cameras drawn, no cones).
+  EXPECT_TRUE(w->entry(CalibMainWindow::kCameras)->isChecked());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kCameraCones)->isChecked());
+  EXPECT_TRUE(w->entry(CalibMainWindow::kBrushNone)->isChecked());
+
+  struct Switch {
+    int id;
+    std::function<bool()> on;
+  };
+  const Switch switches[] = {
+      {CalibMainWindow::kMarkerIds, [&] { return view->draw.markerIds; }},
+      {CalibMainWindow::kFollow, [&] { return view->draw.follow; }},
+      {CalibMainWindow::kColorSlots, [&] { return view->draw.bySlot; }},
+      {CalibMainWindow::kCameras, [&] { return view->draw.cameras; }},
+      {CalibMainWindow::kCameraCones, [&] { return view->draw.cones; }},
+      {CalibMainWindow::kCameraStands, [&] { return view->draw.stands; }},
+      {CalibMainWindow::kView2d, [&] { return view->view2d(); }}};
+  for (const Switch& s : switches) {
+    QAction* a = w->entry(s.id);
+    const bool before = s.on();
+    a->trigger();
+    EXPECT_NE(s.on(), before) << s.id;
+    EXPECT_EQ(a->isChecked(), s.on()) << s.id;
+    a->trigger();
+    EXPECT_EQ(s.on(), before) << s.id;
+    EXPECT_EQ(a->isChecked(), before) << s.id;
+  }
+
+  // A switch flipped in the view itself (its keys) moves the mark too.
+  view->sl_CamCones();
+  EXPECT_TRUE(w->entry(CalibMainWindow::kCameraCones)->isChecked());
+
+  // The brush popup behaves as one choice of three.
+  w->entry(CalibMainWindow::kBrushLines)->trigger();
+  EXPECT_EQ(view->markerStore().brush(), kBrushLines);
+  EXPECT_TRUE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
+  EXPECT_FALSE(w->entry(CalibMainWindow::kBrushNone)->isChecked());
+  w->entry(CalibMainWindow::kBrushLines)->trigger();  // unchecking the choice keeps it
+  EXPECT_EQ(view->markerStore().brush(), kBrushLines);
+  EXPECT_TRUE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
+  w->entry(CalibMainWindow::kBrushPoints)->trigger();
+  EXPECT_EQ(view->markerStore().brush(), kBrushPoints);
+  EXPECT_FALSE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
+
+  // Slots without a menu entry reach the view as well.
+  w->sl_Fill();
+  w->sl_Shadows();
+  w->sl_Fade();
+  w->sl_Filter();
+  w->sl_ShowDistance();
+  EXPECT_TRUE(view->draw.fill && view->draw.shadows && view->draw.showDistance);
+  EXPECT_TRUE(view->markerStore().fade() && view->markerStore().filtering());
+  const float scale = view->viewScale();
+  w->sl_Scale();
+  EXPECT_NE(view->viewScale(), scale);
+}
+
+TEST_F(WindowTest, DeliveredFramesReachTheViewAfterTheCalibration) {
+  auto w = MakeConnected();
+  GLView* view = w->view();
+  w->sl_BrPoints();
+  for (int f = 1; f <= 3; ++f) zordouble::Push(zordouble::MarkerFrame(f, 4));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  ASSERT_EQ(view->markerStore().trails().size(), 4u);
+  EXPECT_EQ(view->markerStore().trails()[2].count, 3u);  // one position per frame
+  EXPECT_GT(view->markerStore().averageCondition(), 0.0f);
+
+  // A new connection starts the trails afresh.
+  Quiet([&] { w->sl_Connect(); });
+  Quiet([&] { w->sl_Connect(); });
+  ASSERT_TRUE(w->session().connected());
+  EXPECT_TRUE(view->markerStore().trails().empty());
+
+  // Shown, the redraw timer paints the session's frame.
+  w->show();
+  ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+  const uint32_t painted = view->frames();
+  QTest::qWait(5 * w->redrawInterval());
+  EXPECT_GT(view->frames(), painted);
+}
+
+TEST_F(WindowTest, SelectionSetsStoreAndRecallThroughTheView) {
+  auto w = MakeConnected();
+  GLView* view = w->view();
+  zordouble::Push(zordouble::MarkerFrame(1, 5));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  QSignalSpy changed(view, &GLView::sg_SelectionChanged);
+
+  view->selection().ToggleMarker(3);
+  w->sl_Select_1();
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Selection 1 stored");
+  w->sl_ClearSelections();
+  EXPECT_TRUE(view->selection().Empty());
+  w->sl_Select_1();
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Selection 1 recalled");
+  EXPECT_EQ(view->selection().markers, std::vector<int>({3}));
+  EXPECT_EQ(changed.count(), 2);  // the clear and the recall
+
+  // An empty set with nothing selected does nothing; a second Escape forgets the sets.
+  w->statusBar()->clearMessage();
+  w->sl_ClearSelections();
+  w->sl_Select_2();
+  EXPECT_EQ(w->statusBar()->currentMessage(), "");
+  w->sl_ClearSelections();
+  w->sl_Select_1();
+  EXPECT_TRUE(view->selection().Empty());
+}
+
+TEST_F(WindowTest, ColoursNeedASelectionAndPreferencesFollowTheFrames) {
+  auto w = MakeConnected();
+  w->sl_ColorDialog();  // nothing selected: no dialog, a hint
+  EXPECT_EQ(w->statusBar()->currentMessage(), "Select the markers to colour first");
+
+  EXPECT_EQ(w->preferences(), nullptr);
+  w->sl_BrushEdit();
+  PreferenceDialog* prefs = w->preferences();
+  ASSERT_NE(prefs, nullptr);
+  EXPECT_TRUE(prefs->isVisible());
+  EXPECT_EQ(prefs->view(), static_cast<SceneView*>(w->view()));
+  EXPECT_EQ(prefs->conditionLabel()->text(), "Cond:0.0");
+  EXPECT_EQ(prefs->historyLabel()->text(), "Max History (Approx: 0KB):");
+  w->sl_BrPoints();
+  for (int f = 1; f <= 2; ++f) zordouble::Push(zordouble::MarkerFrame(f, 200));
+  Quiet([&] { w->sl_ZorTimerEvent(); });
+  EXPECT_EQ(prefs->conditionLabel()->text(), "Cond:1.0");
+  EXPECT_NE(prefs->historyLabel()->text(), "Max History (Approx: 0KB):");
+
+  // Closed and opened again: the same dialog, showing the view's settings.
+  prefs->sl_Close();
+  w->view()->markerStore().SetMaxHistory(1234);
+  w->sl_BrushEdit();
+  EXPECT_EQ(w->preferences(), prefs);
+  EXPECT_EQ(prefs->historyBox()->value(), 1234);
 }

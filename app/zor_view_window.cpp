@@ -4,9 +4,11 @@
 #include <QStatusBar>
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "app/client_options.h"
 #include "app/message_box.h"
+#include "view/gl_view.h"
 
 namespace {
 
@@ -29,15 +31,13 @@ ZorViewWindow::~ZorViewWindow() {
   if (session_->connected()) session_->Done();
 }
 
-// The 3D view takes this place; until then an empty panel holds it.
-QWidget* ZorViewWindow::createCentralView() {
-  auto* view = new QWidget(this);
+// The view reads the session's frame while it paints; the window keeps it
+// fed (frames, redraws) from its timers.
+GLView* ZorViewWindow::createCentralView() {
+  auto* view = new GLView(this);
   view->setObjectName(QStringLiteral("view"));
   view->setMinimumSize(200, 150);
-  view->setAutoFillBackground(true);
-  QPalette dark = view->palette();
-  dark.setColor(QPalette::Window, QColor(24, 26, 32));
-  view->setPalette(dark);
+  view->SetSession(session_.get());
   setCentralWidget(view);
   return view;
 }
@@ -69,7 +69,11 @@ void ZorViewWindow::startRedrawTimer(float fps) {
   redrawTimer_.start(RedrawInterval(fps));
 }
 
-void ZorViewWindow::sl_Redraw() { view_->update(); }
+void ZorViewWindow::sl_Redraw() {
+  view_->update();
+  const PaintRates& rates = view_->rates();
+  setGraphicRates(rates.lastFrameRate(), std::atof(rates.load().c_str()));
+}
 
 void ZorViewWindow::setGraphicRates(double framesPerSecond, double load) {
   graphicRate_ = framesPerSecond;
@@ -83,6 +87,8 @@ bool ZorViewWindow::connectServer(bool startStreaming, bool setFrequency) {
   const int32_t result = session_->Init(settings(), startStreaming, setFrequency);
   view_->update();
   if (session_->connected()) {
+    // Trails and filters of an earlier connection mean nothing now.
+    view_->markerStore().Reset(session_->frequency);
     statusBar()->showMessage(QStringLiteral("connected"), kStatusMessageMs);
     return true;
   }

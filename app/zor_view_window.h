@@ -12,6 +12,7 @@
 #include "link/config_toolbar.h"
 #include "link/zortk.h"
 
+class GLView;
 class QLabel;
 
 class ZorViewWindow : public QMainWindow {
@@ -28,7 +29,8 @@ class ZorViewWindow : public QMainWindow {
 
   ZOR& session() { return *session_; }
   const ZOR& session() const { return *session_; }
-  QWidget* view() const { return view_; }
+  // The 3D view in the centre, drawing the session.
+  GLView* view() const { return view_; }
   ConfigToolbar* settingsDock() const { return settingsDock_; }
   const ConnectionSettings& settings() const { return settingsDock_->settings(); }
   int redrawInterval() const { return redrawTimer_.interval(); }
@@ -60,7 +62,7 @@ class ZorViewWindow : public QMainWindow {
   void sl_Redraw();
 
  private:
-  QWidget* createCentralView();
+  GLView* createCentralView();
   void createSettingsDock(const ConfigToolbar::Options& options);
   void createStatusBar();
   void startRedrawTimer(float fps);
@@ -68,7 +70,7 @@ class ZorViewWindow : public QMainWindow {
   double measureServerRate();
 
   std::unique_ptr<ZOR> session_;
-  QWidget* view_ = nullptr;
+  GLView* view_ = nullptr;
   ConfigToolbar* settingsDock_ = nullptr;
   QTimer redrawTimer_;
   int lastRPDError_ = 0;
