@@ -70,7 +70,7 @@ class ViewHarness : public testing::Test {
   // Where a marker is drawn, in the widget's logical coordinates.
   QPoint OnScreen(int index) {
     const ZORMarker& m = session_.markers[index];
-    const float s = view_->viewScale();
+    const float s = view_->PositionScale();
     double x, y, z;
     EXPECT_TRUE(view_->camera().Project(Vec3(m.x * s, m.y * s, m.z * s), x, y, z));
     const qreal ratio = view_->devicePixelRatioF();
@@ -97,6 +97,16 @@ TEST_F(ViewHarness, ClickOnAMarkerSelectsItAndRecentres) {
   QTest::qWait(250);
   QTest::mouseClick(view_, Qt::LeftButton, {}, OnScreen(1));
   EXPECT_TRUE(view_->selection().markers.empty());
+}
+
+// A calibration session receives metres: markers stay where they are in the room.
+TEST_F(ViewHarness, PositionsInMetresAreDrawnAndPickedInPlace) {
+  session_.scale = 0.001f;
+  for (ZORMarker& m : session_.markers) m.x *= 0.001f, m.y *= 0.001f, m.z *= 0.001f;
+  QTest::mouseClick(view_, Qt::LeftButton, {}, OnScreen(1) + QPoint(2, -1));
+  EXPECT_EQ(view_->selection().markers, std::vector<int>{1});
+  EXPECT_NEAR(view_->camera().wantedCentre[0], 15, 1e-3);
+  EXPECT_NEAR(view_->camera().wantedCentre[1], 10, 1e-3);
 }
 
 TEST_F(ViewHarness, ClickOnEmptySpaceSelectsNothing) {

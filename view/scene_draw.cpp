@@ -237,7 +237,7 @@ void SceneView::DrawCone(const ZORCamera& c) {
   const float length = options_.coneLength * options_.viewScale;
   const float r = length / std::sqrt(3.0f);
   glPushMatrix();
-  MultPose(c.pose, options_.viewScale);
+  MultPose(c.pose, PositionScale());
   glRotatef(45, 0, 0, 1);
   const float corners[4][3] = {{r, r, -length}, {-r, r, -length}, {-r, -r, -length}, {r, -r, -length}};
   glColor3f(0.5f, 0.5f, 0);
@@ -257,22 +257,23 @@ void SceneView::DrawCone(const ZORCamera& c) {
 }
 
 void SceneView::DrawCamera(const ZORCamera& c, int index) {
+  const float ps = PositionScale();  // session units to scene units
   const float s = options_.viewScale;
   glColor3f(1, 1, 1);
   if (draw.cameraLabels) {
-    gldraw::Text(c.pose[0] * s, c.pose[1] * s + 70 * s, c.pose[2] * s, std::to_string(index + 1));
+    gldraw::Text(c.pose[0] * ps, c.pose[1] * ps + 70 * s, c.pose[2] * ps, std::to_string(index + 1));
   }
   if (draw.stands) {
     Grey(0.7f);
-    gldraw::Line({c.pose[0] * s, 0, c.pose[2] * s}, {c.pose[0] * s, c.pose[1] * s, c.pose[2] * s});
+    gldraw::Line({c.pose[0] * ps, 0, c.pose[2] * ps}, {c.pose[0] * ps, c.pose[1] * ps, c.pose[2] * ps});
     glPushMatrix();
-    glTranslatef(c.pose[0] * s, 0, c.pose[2] * s);
+    glTranslatef(c.pose[0] * ps, 0, c.pose[2] * ps);
     gldraw::Disc(75 * s, 16);
     glPopMatrix();
   }
   if (!draw.cameras) return;
   glPushMatrix();
-  MultPose(c.pose, s);
+  MultPose(c.pose, ps);
   if (draw.cameraAxes) {
     glColor3f(1, 0, 0);
     gldraw::Line({-50 * s, 0, 0}, {50 * s, 0, 0});
@@ -334,7 +335,7 @@ void SceneView::DrawCameras() {
     if (selection_.CameraSelected(int(i))) {
       glLineWidth(2);
       glColor3f(1, 1, 0);
-      gldraw::FacingRing(Scaled(c.pose[0], c.pose[1], c.pose[2], s), 10 * options_.markerScale * s * 10,
+      gldraw::FacingRing(Scaled(c.pose[0], c.pose[1], c.pose[2], PositionScale()), 10 * options_.markerScale * s * 10,
                          camera_.modelView);
       glLineWidth(1);
     }
@@ -344,6 +345,7 @@ void SceneView::DrawCameras() {
 // ---------------------------------------------------------------- bodies
 
 void SceneView::DrawRigids(bool forPick) {
+  const float ps = PositionScale();  // session units to scene units
   const float m = options_.markerScale, s = options_.viewScale;
   const std::vector<ZORRigid>& rigids = session_->rigids;
   for (size_t i = 0; i < rigids.size(); ++i) {
@@ -352,7 +354,7 @@ void SceneView::DrawRigids(bool forPick) {
     if (forPick) {
       glLoadName(kNameRigidBase + static_cast<uint32_t>(i));
       glBegin(GL_POINTS);
-      glVertex3f(b.pose[0] * s, b.pose[1] * s, b.pose[2] * s);
+      glVertex3f(b.pose[0] * ps, b.pose[1] * ps, b.pose[2] * ps);
       glEnd();
       continue;
     }
@@ -363,12 +365,12 @@ void SceneView::DrawRigids(bool forPick) {
     if (draw.stands || draw.shadows) {
       Grey(0.5f);
       glPushMatrix();
-      glTranslatef(b.pose[0] * s, 0, b.pose[2] * s);
+      glTranslatef(b.pose[0] * ps, 0, b.pose[2] * ps);
       gldraw::Disc(5 * m * s, 8);
       glPopMatrix();
     }
     glPushMatrix();
-    MultPose(b.pose, s);
+    MultPose(b.pose, ps);
     const float axis = 200 * s;
     glColor4f(1, 0, 0, k.v[3]);
     gldraw::Line({0, 0, 0}, {axis, 0, 0});
@@ -387,7 +389,7 @@ void SceneView::DrawRigids(bool forPick) {
     if (selected) {
       glLineWidth(2);
       glColor3f(1, 1, 0);
-      gldraw::FacingRing(Scaled(b.pose[0], b.pose[1], b.pose[2], s), 7 * 5 * m * s, camera_.modelView);
+      gldraw::FacingRing(Scaled(b.pose[0], b.pose[1], b.pose[2], ps), 7 * 5 * m * s, camera_.modelView);
       glLineWidth(1);
     }
   }
@@ -395,7 +397,7 @@ void SceneView::DrawRigids(bool forPick) {
 
 void SceneView::DrawMarker(const ZORMarker& mk, const Colour& colour, bool selected) {
   const float s = options_.viewScale, r = 5 * options_.markerScale * s;
-  const Vec3 p = Scaled(mk.x, mk.y, mk.z, s);
+  const Vec3 p = Scaled(mk.x, mk.y, mk.z, PositionScale());
   if (draw.shadows) {
     Grey(0.5f);
     glPushMatrix();
@@ -426,7 +428,7 @@ void SceneView::DrawMarker(const ZORMarker& mk, const Colour& colour, bool selec
 
 void SceneView::DrawMarkers(bool forPick) {
   const std::vector<ZORMarker>& markers = session_->markers;
-  const float s = options_.viewScale;
+  const float s = PositionScale();
   if (forPick) {
     for (size_t i = 0; i < markers.size(); ++i) {
       if (!(markers[i].cond > 0)) continue;
@@ -460,7 +462,7 @@ void SceneView::DrawMarkers(bool forPick) {
 void SceneView::DrawTrails() {
   const int brush = store_.brush();
   if (brush == kBrushNone) return;
-  const float s = options_.viewScale;
+  const float s = PositionScale();
   const size_t fade = static_cast<size_t>(store_.fadeCount());
   glPointSize(2);
   for (const MarkerTrail& t : store_.trails()) {
@@ -492,6 +494,7 @@ void SceneView::DrawTrails() {
 // ---------------------------------------------------------------- labels
 
 void SceneView::DrawMeasurements() {
+  const float ps = PositionScale();  // session units to scene units
   const float s = options_.viewScale;
   const std::vector<std::string> labels = MeasurementLabels();
   size_t n = 0;
@@ -500,7 +503,7 @@ void SceneView::DrawMeasurements() {
     if (n >= labels.size()) break;
     const ZORMarker& m = session_->markers[i];
     glPushMatrix();
-    glTranslatef(m.x * s, m.y * s, m.z * s);
+    glTranslatef(m.x * ps, m.y * ps, m.z * ps);
     glScalef(s, s, s);
     glColor3f(1, 1, 1);
     const float arm = 20;  // millimetres
@@ -539,17 +542,18 @@ void SceneView::DrawHighlights() {
   for (int i : selection_.rigids) {
     if (i < 0 || size_t(i) >= session_->rigids.size()) continue;
     const float* p = session_->rigids[i].pose;
-    gldraw::FacingRing(Scaled(p[0], p[1], p[2], s), 9 * r, camera_.modelView);
+    gldraw::FacingRing(Scaled(p[0], p[1], p[2], PositionScale()), 9 * r, camera_.modelView);
   }
 }
 
 void SceneView::DrawMarkerIds() {
+  const float ps = PositionScale();  // session units to scene units
   const float s = options_.viewScale, offset = 8 * options_.markerScale * s;
   const bool many = ManyTrackers();
   glColor3f(1, 1, 1);
   for (const ZORMarker& m : session_->markers) {
     if (!(m.cond > 0)) continue;
-    gldraw::Text(m.x * s + offset, m.y * s + offset, m.z * s,
+    gldraw::Text(m.x * ps + offset, m.y * ps + offset, m.z * ps,
                  MarkerLabel(m.id, TrackerName(m.id >> 12), many));
   }
 }
@@ -627,13 +631,13 @@ void SceneView::DrawPickables() {
   if (!session_) return;
   DrawMarkers(true);
   DrawRigids(true);
-  const float s = options_.viewScale;
+  const float ps = PositionScale();
   for (size_t i = 0; i < session_->cameras.size(); ++i) {
     const ZORCamera& c = session_->cameras[i];
     if (!(c.cond >= 0)) continue;
     glLoadName(kNameCameraBase + static_cast<uint32_t>(i));
     glBegin(GL_POINTS);
-    glVertex3f(c.pose[0] * s, c.pose[1] * s, c.pose[2] * s);
+    glVertex3f(c.pose[0] * ps, c.pose[1] * ps, c.pose[2] * ps);
     glEnd();
   }
   DrawManipulator(true);

@@ -111,6 +111,11 @@ void SceneView::SetSlotColour(int slot, const Colour& c) {
   slotColours_[slot] = c;
 }
 
+float SceneView::PositionScale() const {
+  const float units_per_mm = session_ && session_->scale > 0 ? session_->scale : 1.0f;
+  return options_.viewScale / units_per_mm;
+}
+
 void SceneView::FocusSelection() {
   if (!session_) return;
   Vec3 sum;
@@ -118,13 +123,13 @@ void SceneView::FocusSelection() {
   for (int i : selection_.AllMarkers()) {
     if (i < 0 || size_t(i) >= session_->markers.size()) continue;
     const ZORMarker& m = session_->markers[i];
-    sum = Add(sum, Scaled(m.x, m.y, m.z, options_.viewScale));
+    sum = Add(sum, Scaled(m.x, m.y, m.z, PositionScale()));
     ++n;
   }
   for (int i : selection_.rigids) {
     if (i < 0 || size_t(i) >= session_->rigids.size()) continue;
     const float* p = session_->rigids[i].pose;
-    sum = Add(sum, Scaled(p[0], p[1], p[2], options_.viewScale));
+    sum = Add(sum, Scaled(p[0], p[1], p[2], PositionScale()));
     ++n;
   }
   if (n == 0) return;
@@ -159,7 +164,7 @@ void SceneView::AttachManipulator() {
     Pose pose;
     std::copy(session_->rigids[selection_.rigids[0]].pose,
               session_->rigids[selection_.rigids[0]].pose + 7, pose.v);
-    manipulator_.Attach(pose, options_.viewScale);
+    manipulator_.Attach(pose, PositionScale());
   } else {
     manipulator_.Detach();
   }
@@ -174,7 +179,7 @@ void SceneView::UpdateFollow() {
     if (i < 0 || size_t(i) >= session_->markers.size()) continue;
     const ZORMarker& m = session_->markers[i];
     if (!(m.cond > 0)) continue;
-    sum = Add(sum, Scaled(m.x, m.y, m.z, options_.viewScale));
+    sum = Add(sum, Scaled(m.x, m.y, m.z, PositionScale()));
     ++n;
   }
   if (n == 0) return;
@@ -192,11 +197,11 @@ int SceneView::ClickMarker(int x, int y) {
   // The marker's own radius, but never less than a few pixels on screen.
   const float radius = std::max(5 * options_.markerScale * options_.viewScale,
                                 kMinPickPixels * camera_.PixelSize());
-  const int index = PickMarker(session_->markers, options_.viewScale, origin, direction, radius);
+  const int index = PickMarker(session_->markers, PositionScale(), origin, direction, radius);
   if (index < 0) return -1;
   selection_.ToggleMarker(index);
   const ZORMarker& m = session_->markers[index];
-  camera_.wantedCentre = Scaled(m.x, m.y, m.z, options_.viewScale);
+  camera_.wantedCentre = Scaled(m.x, m.y, m.z, PositionScale());
   camera_.ApplyBounds();
   OnSelectionChanged();
   return index;

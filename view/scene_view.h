@@ -94,6 +94,9 @@ class SceneView {
   int UseSelectionSet(int n);     // digits 1..9 (see Selection::UseSet)
   void SetViewScale(float s);
   float viewScale() const { return options_.viewScale; }
+  // Scene units per unit of the session's positions: the session may receive
+  // positions scaled by the server (metres for calibration), sizes stay in mm.
+  float PositionScale() const;
   void SetMarkerScale(float s) { if (s > 0) options_.markerScale = s; }
   float markerScale() const { return options_.markerScale; }
   void SetConeLength(float mm);
