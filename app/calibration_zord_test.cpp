@@ -25,6 +25,7 @@
 #include "app/qt_wrapper.h"
 #include "calib/calib_session.h"
 #include "calib/status_panel.h"
+#include "testing/gl_drivers.h"
 #include "testing/zord_process.h"
 #include "zord/solver/calib_accuracy.h"
 #include "zord/solver/camera_model.h"
@@ -65,6 +66,7 @@ class CalibrationZordTest : public testing::Test {
     qt_ = new QTWrapper(argc_, argv_, "windowsxp");
   }
   static void TearDownTestSuite() {
+    zortest::KeepGlDriversLoaded();
     delete qt_;
     delete home_;
   }

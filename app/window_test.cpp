@@ -28,6 +28,7 @@
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
 #include "link/zorsock_double.h"
+#include "testing/gl_drivers.h"
 #include "testing/zord_process.h"
 
 namespace {
@@ -50,7 +51,10 @@ struct PrivateHome : testing::Environment {
     home = std::make_unique<zortest::TempDir>();
     setenv("HOME", home->path().c_str(), 1);
   }
-  void TearDown() override { gQt.reset(); }
+  void TearDown() override {
+    zortest::KeepGlDriversLoaded();
+    gQt.reset();
+  }
   std::unique_ptr<zortest::TempDir> home;
 };
 [[maybe_unused]] testing::Environment* const gEnv =

@@ -15,6 +15,7 @@
 #include "app/message_box.h"
 #include "app/qt_wrapper.h"
 #include "calib/status_panel.h"
+#include "testing/gl_drivers.h"
 #include "testing/zord_process.h"
 
 namespace {
@@ -42,6 +43,7 @@ class WindowZordTest : public testing::Test {
     qt_ = new QTWrapper(argc_, argv_, "windowsxp");
   }
   static void TearDownTestSuite() {
+    zortest::KeepGlDriversLoaded();
     delete qt_;
     delete home_;
   }
