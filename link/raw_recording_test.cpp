@@ -19,6 +19,9 @@ TEST(CaptureFileName, TakesTheFirstFreeSequenceNumberOfThatDay) {
             dir.File("capture-ann-20240101-03.rpd"));
   EXPECT_EQ(FreeCaptureFileName(dir.path(), "bob", 2024, 1, 1),
             dir.File("capture-bob-20240101-01.rpd"));
+  // Under a plain file every open fails with "not a directory", not "no such
+  // file": a name that cannot be checked is never free.
+  EXPECT_FALSE(FreeCaptureFileName(dir.File("capture-ann-20240101-01.rpd"), "ann", 2024, 1, 1));
 }
 
 TEST(CaptureFileName, SequenceNumbersGrowToThreeDigitsAndEndAt999) {
@@ -29,41 +32,24 @@ TEST(CaptureFileName, SequenceNumbersGrowToThreeDigitsAndEndAt999) {
   EXPECT_FALSE(FreeCaptureFileName(dir.path(), "ann", 2024, 3, 4).has_value());
 }
 
-TEST(CaptureFileName, ANameThatCannotBeCheckedIsNeverFree) {
-  // Under a plain file every open fails with "not a directory", not "no such file".
-  zortest::TempDir dir;
-  std::ofstream(dir.File("plain")) << "x";
-  EXPECT_FALSE(FreeCaptureFileName(dir.File("plain"), "ann", 2024, 1, 1).has_value());
-}
-
-class RawOpen : public testing::Test {
- protected:
-  void SetUp() override { zordouble::Reset(); }
-  void Connect() {
-    ConnectionSettings settings;
-    settings.server = "host";
-    ASSERT_GE(session.Init(settings, false, false), 0);
-  }
+TEST(RawOpen, RecordingNeedsAnOpenSessionAndSendingAClosedOne) {
+  zordouble::Reset();
   ZOR session{128, 0.001f};
   ConnectionSettings request{"host", 480.0f, 0, 0, 1, "file.rpd"};
-};
-
-TEST_F(RawOpen, RecordingNeedsAnOpenSessionAndSendingAClosedOne) {
   EXPECT_EQ(session.rpdOpen(request), 0);  // mode 1, not connected
   request.rpdMode = 2;
   EXPECT_EQ(session.rpdOpen(request), 1);
   EXPECT_TRUE(zordouble::Called("zorRPDSend()"));
-  ASSERT_NO_FATAL_FAILURE(Connect());
+  ASSERT_GE(session.Init(ConnectionSettings{"host", 480.0f, 0, 0, 0, ""}, false, false), 0);
   EXPECT_EQ(session.rpdOpen(request), 0);  // mode 2, connected
   request.rpdMode = 1;
   EXPECT_EQ(session.rpdOpen(request), 1);
   EXPECT_EQ(zordouble::Double().rpdFile, "file.rpd");
   request.rpdMode = 0;
   EXPECT_EQ(session.rpdOpen(request), 0);
-}
 
-TEST_F(RawOpen, AFailureResetsTheModeAndSaysSo) {
-  ASSERT_NO_FATAL_FAILURE(Connect());
+  // A failure resets the mode and says so.
+  request.rpdMode = 1;
   zordouble::Double().rpdOpenResult = -3;
   testing::internal::CaptureStdout();
   EXPECT_EQ(session.rpdOpen(request), -3);

@@ -11,14 +11,16 @@ using zordouble::Call;
 using zordouble::Called;
 using zordouble::CountCalls;
 using zordouble::Double;
+using zordouble::MarkerFrame;
+using zordouble::MarkerRigidFrame;
 using zordouble::Push;
 
 class ZorTest : public testing::Test {
  protected:
   void SetUp() override { zordouble::Reset(); }
 
-  // A running session (non-slave, streaming, 480 Hz) with the call log cleared.
-  void Connect(ZOR& zor, uint32_t flags = 0) {
+  // A running session (streaming, 480 Hz) with the call log cleared.
+  void Connect(uint32_t flags = 0) {
     ConnectionSettings settings;
     settings.server = "box";
     settings.flags = flags;
@@ -26,16 +28,20 @@ class ZorTest : public testing::Test {
     Double().calls.clear();
   }
 
-  // Polls once with standard output captured; returns what was printed.
-  std::string QuietPoll(ZOR& zor, int32_t* result) {
+  // Polls once with standard output captured into `printed`.
+  int32_t QuietPoll(std::string* printed = nullptr) {
     testing::internal::CaptureStdout();
-    *result = zor.Poll();
-    return testing::internal::GetCapturedStdout();
+    const int32_t result = zor.Poll();
+    const std::string out = testing::internal::GetCapturedStdout();
+    if (printed) *printed = out;
+    return result;
   }
+
+  ZOR zor{128, 1.0f};
 };
 
 TEST_F(ZorTest, InitPushesSettingsThenTrackersUnscaledThenStreamsAndSetsRate) {
-  ZOR zor(128, 0.5f);
+  zor.scale = 0.5f;
   zor.AddTracker(std::make_unique<Tracker>(ZOR_POINT_TRACKER, 0, 1));
   ConnectionSettings settings;
   settings.server = "box:9000";
@@ -59,19 +65,16 @@ TEST_F(ZorTest, InitPushesSettingsThenTrackersUnscaledThenStreamsAndSetsRate) {
   EXPECT_EQ(Double().calls, expected);
   EXPECT_TRUE(zor.connected());
   EXPECT_EQ(zor.frequency, 240.0f);
-}
 
-TEST_F(ZorTest, InitWithoutStreamingOrRateAndWithoutInterpolation) {
-  ZOR zor(128, 1.0f);
-  ConnectionSettings settings;
-  EXPECT_EQ(zor.Init(settings, false, false), 0);
+  // Without streaming, rate or interpolation none of them is sent.
+  zor.Done();
+  zordouble::Reset();
+  EXPECT_EQ(zor.Init(ConnectionSettings{}, false, false), 0);
   EXPECT_EQ(CountCalls("zorSetInteger"), 0);
   EXPECT_EQ(CountCalls("zorSetFloat"), 0);
-  EXPECT_EQ(zor.frequency, 0.0f);
 }
 
 TEST_F(ZorTest, SlaveSendsNoInterpolationTrackersOrRateToARunningServer) {
-  ZOR zor(128, 1.0f);
   zor.AddTracker(std::make_unique<Tracker>(ZOR_POINT_TRACKER, 0, 4));
   Double().frequency = 120;
   ConnectionSettings settings;
@@ -90,27 +93,24 @@ TEST_F(ZorTest, SlaveSendsNoInterpolationTrackersOrRateToARunningServer) {
   EXPECT_TRUE(Called("zorDone()"));
 }
 
-TEST_F(ZorTest, SlaveSetsTheRateOfAServerThatHasNone) {
-  ZOR zor(128, 1.0f);
-  Connect(zor, ZOR_FLAG_SLAVE);
+TEST_F(ZorTest, SetFrequency) {
+  Connect();
+  Double().failing["zorSetFloat"] = ZOR_INVALID_OPERATION;
+  EXPECT_EQ(zor.SetFrequency(60), 0);
+  Double().failing["zorSetFloat"] = ZOR_INVALID_VALUE;
+  EXPECT_EQ(zor.SetFrequency(-1), ZOR_INVALID_VALUE);
+  EXPECT_EQ(zor.frequency, 0.0f);
+  // Even a slave sets the rate of a server that has none.
+  zor.Done();
+  Double().failing.clear();
+  Connect(ZOR_FLAG_SLAVE);
   Double().frequency = 0;
   EXPECT_EQ(zor.SetFrequency(60), 1);
   EXPECT_TRUE(Called(Call("zorSetFloat", {ZOR_FREQUENCY, 60})));
   EXPECT_EQ(zor.frequency, 60.0f);
 }
 
-TEST_F(ZorTest, SetFrequencyFailures) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  Double().failing["zorSetFloat"] = ZOR_INVALID_OPERATION;
-  EXPECT_EQ(zor.SetFrequency(60), 0);
-  Double().failing["zorSetFloat"] = ZOR_INVALID_VALUE;
-  EXPECT_EQ(zor.SetFrequency(-1), ZOR_INVALID_VALUE);
-  EXPECT_EQ(zor.frequency, 0.0f);
-}
-
 TEST_F(ZorTest, FailedInitLeavesTheSessionStopped) {
-  ZOR zor(128, 1.0f);
   ConnectionSettings settings;
   Double().initResult = ZOR_ERR_CONNECTION_REFUSED;
   EXPECT_EQ(zor.Init(settings, true, true), ZOR_ERR_CONNECTION_REFUSED);
@@ -126,116 +126,81 @@ TEST_F(ZorTest, FailedInitLeavesTheSessionStopped) {
   EXPECT_EQ(CountCalls("zorSetInteger"), 0);
 }
 
-TEST_F(ZorTest, InitForgetsTheLastFrame) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  Push(zordouble::MarkerFrame(10, 2));
-  int32_t r;
-  QuietPoll(zor, &r);
-  ASSERT_EQ(zor.lastFrame, 10);
-  zor.Done();
-  Connect(zor);
-  EXPECT_EQ(zor.lastFrame, 0);
-  EXPECT_TRUE(zor.markers.empty());
-}
-
-TEST_F(ZorTest, DeliversMarkersRigidsAndCamerasOfOneFrameTogether) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
+TEST_F(ZorTest, EachDeliveryReplacesMarkersRigidsAndCameras) {
+  Connect();
   Double().cameras = {ZORCamera{0, {0, 0, 0, 1, 0, 0, 0}, 1.0f, 0}};
-  Push(zordouble::MarkerRigidFrame(1, 3, 2));
-  int32_t r;
-  QuietPoll(zor, &r);
-  EXPECT_EQ(r, 1);
+  Push(MarkerRigidFrame(1, 3, 2));
+  EXPECT_EQ(QuietPoll(), 1);
   EXPECT_EQ(zor.lastFrame, 1);
   ASSERT_EQ(zor.markers.size(), 3u);
   EXPECT_EQ(zor.markers[2].x, 2.0f);
   EXPECT_EQ(zor.rigids.size(), 2u);
   EXPECT_EQ(zor.cameras.size(), 1u);
-  EXPECT_EQ(zor.Poll(), 0);  // nothing new
-  EXPECT_EQ(zor.markers.size(), 3u);  // the delivered frame stays
+  EXPECT_EQ(zor.Poll(), 0);  // nothing new; the delivered frame stays
+  EXPECT_EQ(zor.markers.size(), 3u);
+
+  Double().failGet = 16;  // a failed camera fetch empties the cameras
+  Push(MarkerFrame(2, 4));
+  EXPECT_EQ(zor.Poll(), 1);
+  EXPECT_EQ(zor.markers.size(), 4u);
+  EXPECT_TRUE(zor.rigids.empty());  // frame 2 has none
+  EXPECT_TRUE(zor.cameras.empty());
+
+  // A new session starts from no frame.
+  zor.Done();
+  Connect();
+  EXPECT_EQ(zor.lastFrame, 0);
+  EXPECT_TRUE(zor.markers.empty());
 }
 
-// The two tests below model a library that says which kinds the server sends
-// and hands each kind out as it arrives.
-TEST_F(ZorTest, WaitsForEveryKindOfTheFrame) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
+// Models a library that says which kinds the server sends and hands each
+// kind out as it arrives.
+TEST_F(ZorTest, WaitsForEveryKindUntilTheServerMovesPastTheFrame) {
+  Connect();
   Double().sendOverride = kMarkers | kRigids;
   Double().holdGet = kRigids;  // the rigids have not come yet
-  Push(zordouble::MarkerRigidFrame(5, 3, 1));
-  int32_t r;
-  QuietPoll(zor, &r);
-  EXPECT_EQ(r, 0);
+  Push(MarkerRigidFrame(5, 3, 1));
+  EXPECT_EQ(QuietPoll(), 0);
   EXPECT_EQ(zor.Poll(), 0);
   Double().holdGet = 0;
   EXPECT_EQ(zor.Poll(), 1);
   EXPECT_EQ(zor.lastFrame, 5);
   EXPECT_EQ(zor.markers.size(), 3u);
   EXPECT_EQ(zor.rigids.size(), 1u);
-}
 
-TEST_F(ZorTest, DeliversAPartialFrameOnceTheServerMovedPastIt) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  Double().sendOverride = kMarkers | kRigids;
+  // Once the server has moved past a frame it is delivered as it is.
   Double().holdGet = kRigids;
-  Push(zordouble::MarkerRigidFrame(5, 3, 1));
-  int32_t r;
-  QuietPoll(zor, &r);
-  EXPECT_EQ(r, 0);
-  Push(zordouble::MarkerRigidFrame(6, 3, 1));
+  Push(MarkerRigidFrame(6, 2, 1));
+  EXPECT_EQ(zor.Poll(), 0);
+  Push(MarkerRigidFrame(7, 2, 1));
   EXPECT_EQ(zor.Poll(), 1);
-  EXPECT_EQ(zor.lastFrame, 5);
-  EXPECT_EQ(zor.markers.size(), 3u);
+  EXPECT_EQ(zor.lastFrame, 6);
+  EXPECT_EQ(zor.markers.size(), 2u);
   EXPECT_TRUE(zor.rigids.empty());
 }
 
-TEST_F(ZorTest, EachDeliveryReplacesEveryKindAndTheCameras) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  Double().cameras = {ZORCamera{}, ZORCamera{}};
-  Push(zordouble::MarkerRigidFrame(1, 2, 1));
-  int32_t r;
-  QuietPoll(zor, &r);
-  ASSERT_EQ(zor.rigids.size(), 1u);
-  ASSERT_EQ(zor.cameras.size(), 2u);
-  Double().failGet = 16;  // a failed camera fetch empties the cameras
-  Push(zordouble::MarkerFrame(2, 4));
-  EXPECT_EQ(zor.Poll(), 1);
-  EXPECT_EQ(zor.markers.size(), 4u);
-  EXPECT_TRUE(zor.rigids.empty());  // frame 2 has none
-  EXPECT_TRUE(zor.cameras.empty());
-}
-
 TEST_F(ZorTest, RewindPrintsOnceAndDeliveryResumes) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  int32_t r;
-  for (int f = 1; f <= 3; ++f) Push(zordouble::MarkerFrame(f, 1));
-  QuietPoll(zor, &r);
+  Connect();
+  for (int f = 1; f <= 3; ++f) Push(MarkerFrame(f, 1));
+  QuietPoll();
   EXPECT_EQ(zor.Pump(48).frames, 2);
   ASSERT_EQ(zor.lastFrame, 3);
 
-  Push(zordouble::MarkerFrame(1, 2));
-  Push(zordouble::MarkerFrame(2, 2));
+  Push(MarkerFrame(1, 2));
+  Push(MarkerFrame(2, 2));
   testing::internal::CaptureStdout();
-  const auto pumped = zor.Pump(48);
+  EXPECT_EQ(zor.Pump(48).frames, 2);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "resetting frame...\n");
-  EXPECT_EQ(pumped.frames, 2);
   EXPECT_EQ(zor.lastFrame, 2);
-  Push(zordouble::MarkerFrame(3, 2));
+  Push(MarkerFrame(3, 2));
   EXPECT_EQ(zor.Poll(), 1);
   EXPECT_EQ(zor.lastFrame, 3);
 }
 
 TEST_F(ZorTest, ServerAdvancingWithoutRecordsGivesEmptyFramesInSequence) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  Push(zordouble::MarkerFrame(3, 2));
-  int32_t r;
-  QuietPoll(zor, &r);
-  ASSERT_EQ(zor.lastFrame, 3);
+  Connect();
+  Push(MarkerFrame(3, 2));
+  QuietPoll();
   Push(zordouble::Frame{4, {}, {}, {}, {}});
   Push(zordouble::Frame{5, {}, {}, {}, {}});
   EXPECT_EQ(zor.Poll(), 1);
@@ -249,9 +214,8 @@ TEST_F(ZorTest, ServerAdvancingWithoutRecordsGivesEmptyFramesInSequence) {
 }
 
 TEST_F(ZorTest, PumpTakesAtMost48FramesATick) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  for (int f = 1; f <= 49; ++f) Push(zordouble::MarkerFrame(f, 1));
+  Connect();
+  for (int f = 1; f <= 49; ++f) Push(MarkerFrame(f, 1));
   int seen = 0;
   testing::internal::CaptureStdout();
   auto first = zor.Pump(ZOR::kPollsPerTick, [&] { ++seen; });
@@ -265,38 +229,30 @@ TEST_F(ZorTest, PumpTakesAtMost48FramesATick) {
   EXPECT_EQ(zor.lastFrame, 49);
 }
 
-TEST_F(ZorTest, PollStopsOnFinishedWithoutClosing) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
+TEST_F(ZorTest, PollStopsOnFinishedWithoutClosingAndClosesOnOtherErrors) {
+  Connect();
   Double().errors.push_back(ZOR_FINISHED);
-  int32_t r;
-  EXPECT_EQ(QuietPoll(zor, &r), "zor stopped\n");
-  EXPECT_EQ(r, -1);
+  std::string printed;
+  EXPECT_EQ(QuietPoll(&printed), -1);
+  EXPECT_EQ(printed, "zor stopped\n");
   EXPECT_EQ(zor.lastError, ZOR_FINISHED);
   EXPECT_FALSE(zor.connected());
   EXPECT_FALSE(Called("zorDone()"));
   EXPECT_EQ(zor.Poll(), 0);  // stopped: nothing asked any more
-}
 
-TEST_F(ZorTest, PollClosesOnOtherErrors) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
+  Connect();
   Double().errors.push_back(ZOR_CONNECTION_LOST);
-  int32_t r;
-  EXPECT_EQ(QuietPoll(zor, &r), "");
-  EXPECT_EQ(r, -1);
+  EXPECT_EQ(QuietPoll(&printed), -1);
+  EXPECT_EQ(printed, "");
   EXPECT_EQ(zor.lastError, ZOR_CONNECTION_LOST);
   EXPECT_FALSE(zor.connected());
   EXPECT_TRUE(Called("zorDone()"));
-  auto pumped = zor.Pump(48);
-  EXPECT_EQ(pumped.frames, 0);
-  EXPECT_EQ(pumped.last, 0);
+  EXPECT_EQ(zor.Pump(48).frames, 0);
 }
 
 TEST_F(ZorTest, FlushWarnsOnABadStatusAndDrainsAtMost480Frames) {
-  ZOR zor(128, 1.0f);
-  Connect(zor);
-  for (int f = 1; f <= 500; ++f) Push(zordouble::MarkerFrame(f, 1));
+  Connect();
+  for (int f = 1; f <= 500; ++f) Push(MarkerFrame(f, 1));
   Double().status = 0;
   Double().errors.push_back(ZOR_INVALID_OPERATION);
   testing::internal::CaptureStdout();
@@ -309,7 +265,6 @@ TEST_F(ZorTest, FlushWarnsOnABadStatusAndDrainsAtMost480Frames) {
 }
 
 TEST_F(ZorTest, TrackerListOperations) {
-  ZOR zor(128, 1.0f);
   zor.AddTracker(std::make_unique<Tracker>(ZOR_POINT_TRACKER, 0, 1));
   zor.AddTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, 2, 1));
   Tracker* second = zor.AddTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, 2, 3));
@@ -320,13 +275,11 @@ TEST_F(ZorTest, TrackerListOperations) {
   EXPECT_FALSE(zor.RemoveTracker(7));
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "warning: ZOR::RemoveTracker: tracker id not found\n");
-  EXPECT_EQ(zor.trackers.size(), 3u);
-
   EXPECT_TRUE(zor.RemoveTracker(2));  // not connected: nothing sent
   EXPECT_TRUE(Double().calls.empty());
   EXPECT_EQ(zor.FindTracker(2), second);
 
-  Connect(zor);
+  Connect();
   zor.RemoveAllTrackers(0);
   EXPECT_EQ(Double().calls, (std::vector<std::string>{Call("zorTracker", {2, ZOR_OFF}),
                                                       Call("zorTracker", {2, ZOR_TRACKER_DESTROY})}));
@@ -335,16 +288,13 @@ TEST_F(ZorTest, TrackerListOperations) {
   EXPECT_TRUE(zor.RemoveTracker(0));
   EXPECT_TRUE(Called(Call("zorTracker", {0, ZOR_TRACKER_DESTROY})));
   EXPECT_EQ(zor.trackers.size(), 1u);
-}
 
-TEST_F(ZorTest, DoneClosesRecordingRemovesTrackersAndDisconnects) {
-  ZOR zor(128, 1.0f);
-  zor.AddTracker(std::make_unique<Tracker>(ZOR_POINT_TRACKER, 0, 1));
-  Connect(zor);
+  // Done closes a recording, takes the trackers off the server, keeps the list.
+  Double().calls.clear();
   zor.Done();
   EXPECT_EQ(Double().calls,
-            (std::vector<std::string>{"zorRPDClose()", Call("zorTracker", {0, ZOR_OFF}),
-                                      Call("zorTracker", {0, ZOR_TRACKER_DESTROY}), "zorDone()"}));
+            (std::vector<std::string>{"zorRPDClose()", Call("zorTracker", {2, ZOR_OFF}),
+                                      Call("zorTracker", {2, ZOR_TRACKER_DESTROY}), "zorDone()"}));
   EXPECT_FALSE(zor.connected());
   EXPECT_EQ(zor.trackers.size(), 1u);
 }
