@@ -4,14 +4,9 @@
 // cameras. Recordings that do not fit the installation are refused. SERIAL.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdio>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "testing/zord_process.h"
-#include "zord/server_test_support.h"
-#include "zorsock/control.h"
+#include "zord/live_test_support.h"
 #include "zorsock/rpd_file.h"
 
 namespace {
@@ -19,79 +14,23 @@ namespace {
 using nlohmann::json;
 using zortest::WaitFor;
 
-constexpr int kWand = 1;
-
-class RpdLive : public ::testing::Test {
+class RpdLive : public zortest::LiveZordTest {
  protected:
   void SetUp() override {
-    zord_ = std::make_unique<zortest::ZordProcess>(std::vector<std::string>{
-        "--scene", zortest::DataPath("scenes/default.json"), "--frequency", "120"});
-    ASSERT_TRUE(zord_->Start()) << zord_->error();
+    StartZord({"--scene", zortest::DataPath("scenes/default.json"), "--frequency", "120"});
   }
-  void TearDown() override {
-    zorRPDClose();
-    zorDone();
-    zortest::TakeErrors();
-  }
-
-  json Control(const json& request) {
-    std::string error;
-    const std::string reply = zorControl(zord_->address(), request.dump(), &error);
-    EXPECT_TRUE(error.empty()) << error;
-    return json::parse(reply, nullptr, false);
-  }
-
-  void OpenBlankSessionWithWand() {
-    ASSERT_GE(zorInit(zord_->address().c_str(), ZOR_FLAG_CALIBRATE), 0);
-    ASSERT_EQ(zorSetInteger(ZOR_CALIB_LOAD_EXISTING, 0), 1);
-    ASSERT_EQ(zorTrackeri(kWand, ZOR_TRACKER_CREATE, ZOR_CALIB_TRACKER), 1);
-    std::ifstream file(zortest::DataPath("wand.rb"));
-    int index = 0;
-    for (std::string line; std::getline(file, line);) {
-      int led;
-      float p[3];
-      if (std::sscanf(line.c_str(), "%d, %f %f %f", &led, &p[0], &p[1], &p[2]) != 4) continue;
-      ASSERT_EQ(zorMarkeriv((kWand << 12) | index, ZOR_MARKER_LED, &led), 1);
-      ASSERT_EQ(zorMarkerfv((kWand << 12) | index, ZOR_MARKER_POSITION, p), 1);
-      ++index;
-    }
-    ASSERT_EQ(zorTracker(kWand, ZOR_ON), 1);
-  }
-
-  // Runs a calibration at `quality`; the final error line, "" on failure.
-  std::string Calibrate(int quality) {
-    EXPECT_EQ(zorTrackeri(kWand, ZOR_CALIB_RUN, quality), 1);
-    std::vector<std::string> messages;
-    char text[ZOR_STRING_MAX];
-    WaitFor([&] {
-      while (zorGetString(ZOR_CALIB_MESSAGE, text) > 0) messages.emplace_back(text);
-      if (!messages.empty() && messages.back().find("failed") != std::string::npos) return true;
-      return messages.size() >= 2 && messages[messages.size() - 2] == "pass 4 success.";
-    }, 110);
+  // Runs a calibration at `quality`; its final error line.
+  std::string FinalError(int quality) {
+    const std::vector<std::string> messages = Calibrate(quality);
     EXPECT_EQ(messages.size(), 8u) << (messages.empty() ? "" : messages.back());
     return messages.size() == 8 ? messages.back() : "";
   }
-
-  std::vector<ZORCamera> Cameras() {
-    std::vector<ZORCamera> cameras(64);
-    EXPECT_TRUE(WaitFor([&] {
-      const int n = zorGetCameras(cameras.data(), 64);
-      if (n != 8) return false;
-      for (int i = 0; i < n; ++i)
-        if (cameras[i].cond < 0) return false;
-      return true;
-    }));
-    cameras.resize(8);
-    return cameras;
-  }
-
-  std::unique_ptr<zortest::ZordProcess> zord_;
   zortest::TempDir dir_;
 };
 
 TEST_F(RpdLive, ARecordedCaptureCalibratesAgainToTheSameResult) {
   const std::string file = dir_.File("capture.rpd");
-  ASSERT_NO_FATAL_FAILURE(OpenBlankSessionWithWand());
+  ASSERT_NO_FATAL_FAILURE(OpenCalibration(0));
   // Sending needs the session closed.
   EXPECT_EQ(zorRPDOpen(zord_->address().c_str(), file.c_str(), 2), ZOR_RPD_WRONG_STATE);
 
@@ -102,20 +41,15 @@ TEST_F(RpdLive, ARecordedCaptureCalibratesAgainToTheSameResult) {
   auto drain = [&] {
     for (int n; (n = zorRPDRecv()) > 0;) written += n;
   };
-  ASSERT_EQ(zorTracker(kWand, ZOR_CALIB_CAPTURE_START), 1);
-  ASSERT_TRUE(WaitFor([&] {
-    drain();
-    return Control({{"cmd", "status"}})["captured_frames"] >= 400;
-  }, 60));
-  ASSERT_EQ(zorTracker(kWand, ZOR_CALIB_CAPTURE_STOP), 1);
+  ASSERT_NO_FATAL_FAILURE(CaptureWand(400, drain));
   WaitFor([&] { drain(); return false; }, 0.3);
   ASSERT_GE(zorRPDRecv(), 0) << zorRPDError();
   ASSERT_EQ(zorRPDClose(), 0) << zorRPDError();
   const int captured = Control({{"cmd", "status"}})["captured_frames"];
 
-  const std::string first_error = Calibrate(400);
+  const std::string first_error = FinalError(400);
   ASSERT_FALSE(first_error.empty());
-  const std::vector<ZORCamera> first = Cameras();
+  const std::vector<ZORCamera> first = CalibratedCameras();
 
   // The file holds every frame, those of the capture marked.
   std::vector<uint8_t> bytes;
@@ -143,18 +77,18 @@ TEST_F(RpdLive, ARecordedCaptureCalibratesAgainToTheSameResult) {
   EXPECT_EQ(replay["frames"], recording.frames.size());
 
   // Capture the replay until every marked frame went by, and calibrate again.
-  ASSERT_NO_FATAL_FAILURE(OpenBlankSessionWithWand());
+  ASSERT_NO_FATAL_FAILURE(OpenCalibration(0));
   ASSERT_EQ(zorTracker(kWand, ZOR_CALIB_CAPTURE_START), 1);
   ASSERT_TRUE(WaitFor([&] { return Control({{"cmd", "replay"}})["replay"]["taken"] >= marked; }, 60));
   ASSERT_EQ(zorTracker(kWand, ZOR_CALIB_CAPTURE_STOP), 1);
   EXPECT_EQ(Control({{"cmd", "status"}})["captured_frames"], captured);
 
-  const std::string second_error = Calibrate(400);
+  const std::string second_error = FinalError(400);
   float e1 = 0, e2 = 0;
   ASSERT_EQ(std::sscanf(first_error.c_str(), "error %f", &e1), 1);
   ASSERT_EQ(std::sscanf(second_error.c_str(), "error %f", &e2), 1);
   EXPECT_NEAR(e2, e1, 1e-4 * e1);
-  const std::vector<ZORCamera> second = Cameras();
+  const std::vector<ZORCamera> second = CalibratedCameras();
   for (size_t i = 0; i < 8; ++i) {
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(second[i].pose[k], first[i].pose[k], 0.01) << i;
     for (int k = 3; k < 7; ++k) EXPECT_NEAR(second[i].pose[k], first[i].pose[k], 1e-5) << i;

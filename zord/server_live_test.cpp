@@ -7,9 +7,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "testing/zord_process.h"
-#include "zord/server_test_support.h"
-#include "zorsock/control.h"
+#include "zord/live_test_support.h"
 #include "zorsock/wire.h"
 
 namespace {
@@ -19,26 +17,16 @@ using zortest::FrameFetcher;
 using zortest::TakeErrors;
 using zortest::WaitFor;
 
-class LiveTest : public ::testing::Test {
+class LiveTest : public zortest::LiveZordTest {
  protected:
   void SetUp() override {
-    zord_ = std::make_unique<zortest::ZordProcess>(std::vector<std::string>{
-        "--scene", zortest::DataPath("scenes/calibrated.json"), "--name", "live box"});
-    ASSERT_TRUE(zord_->Start()) << zord_->error();
+    StartZord({"--scene", zortest::DataPath("scenes/calibrated.json"), "--name", "live box"});
   }
   void TearDown() override {
-    zorDone();
-    TakeErrors();
+    LiveZordTest::TearDown();
     const float identity[7] = {0, 0, 0, 1, 0, 0, 0};
     zorScale(1.0f);
     zorLoadPose(identity);
-  }
-
-  json Control(const json& request) {
-    std::string error;
-    const std::string reply = zorControl(zord_->address(), request.dump(), &error);
-    EXPECT_TRUE(error.empty()) << error;
-    return json::parse(reply, nullptr, false);
   }
 
   // Puts the body at rest and returns the truth once the server has seen it there.
@@ -59,8 +47,6 @@ class LiveTest : public ::testing::Test {
              f.markers[5].cond > 0;
     });
   }
-
-  std::unique_ptr<zortest::ZordProcess> zord_;
 };
 
 TEST_F(LiveTest, RigidAndMarkersMatchTheTruth) {
@@ -119,63 +105,44 @@ TEST_F(LiveTest, ScaleAndPoseApplyToWhatIsSentAndReceived) {
   EXPECT_NEAR(m.z, pose[2].get<double>() / 1000 + 5, 0.002);
 }
 
-TEST_F(LiveTest, SlaveIsRefusedStateChanges) {
-  ASSERT_GE(zorInit(zord_->address().c_str(), ZOR_FLAG_SLAVE), 0);
-  EXPECT_EQ(zorTrackeri(3, ZOR_TRACKER_CREATE, ZOR_RIGID_TRACKER), 0);
-  EXPECT_EQ(zorGetError(), ZOR_INVALID_OPERATION);
-  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 120), 0);
-  EXPECT_EQ(zorGetError(), ZOR_INVALID_OPERATION);
-  EXPECT_EQ(zorSetInteger(ZOR_CALIB_SAVE, 1), 0);
-  EXPECT_EQ(zorGetError(), ZOR_INVALID_OPERATION);
-  float hz = 0;
-  EXPECT_EQ(zorGetFloatv(ZOR_FREQUENCY, &hz), 1);
-  EXPECT_FLOAT_EQ(hz, 480);
-  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
-}
-
-TEST_F(LiveTest, DiscoveryFindsTheServerWithItsDisplayName) {
+TEST_F(LiveTest, DiscoveryFindsTheServerAndASlaveIsRefusedStateChanges) {
   char results[8 * ZOR_SCAN_RESULT_SIZE];
-  const int found =
-      zor_scan("127.0.0.1", zord_->discovery_port(), "configtoolbar", 2'000'000, results, 8);
-  ASSERT_EQ(found, 1);
+  ASSERT_EQ(zor_scan("127.0.0.1", zord_->discovery_port(), "configtoolbar", 2'000'000, results, 8), 1);
   EXPECT_EQ(std::string(results), zord_->address());
   const std::string description(results + 256);
   const size_t blanks = description.find("  ");
   ASSERT_NE(blanks, std::string::npos);
   EXPECT_GT(blanks, 0u);
   EXPECT_EQ(description.substr(blanks + 2), "live box");
+  // Broadcast scans also ask loopback; bad arguments are refused.
+  EXPECT_GE(zor_scan(nullptr, zord_->discovery_port(), "test", 500'000, results, 8), 1);
+  EXPECT_LT(zor_scan("127.0.0.1", 0, "test", 1000, results, 8), 0);
+  EXPECT_LT(zor_scan("127.0.0.1", zord_->discovery_port(), "test", 1000, nullptr, 8), 0);
+
+  ASSERT_GE(zorInit(zord_->address().c_str(), ZOR_FLAG_SLAVE), 0);
+  EXPECT_EQ(zorTrackeri(3, ZOR_TRACKER_CREATE, ZOR_RIGID_TRACKER), 0);
+  EXPECT_EQ(zorSetFloat(ZOR_FREQUENCY, 120), 0);
+  EXPECT_EQ(zorSetInteger(ZOR_CALIB_SAVE, 1), 0);
+  EXPECT_EQ(TakeErrors(), std::vector<int>(3, ZOR_INVALID_OPERATION));
+  float hz = 0;
+  EXPECT_EQ(zorGetFloatv(ZOR_FREQUENCY, &hz), 1);
+  EXPECT_FLOAT_EQ(hz, 480);
+  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
 }
 
-TEST_F(LiveTest, StoppedServerFinishesAndTheLibraryConnectsAgain) {
+TEST_F(LiveTest, StoppedServerFinishesAndRestartedServesThroughHostilePeers) {
   ASSERT_GE(zorInit(zord_->address().c_str(), 0), 0);
+  EXPECT_EQ(zorInit(zord_->address().c_str(), 0), ZOR_ERR_ALREADY_CONNECTED);
   ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
   zord_->Stop();
   int error = 0;
   ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
   EXPECT_EQ(error, ZOR_FINISHED);
+  EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
+  EXPECT_EQ(zorGetError(), ZOR_NOT_CONNECTED);
   zorDone();
   ASSERT_TRUE(zord_->Start()) << zord_->error();
-  ASSERT_GE(zorInit(zord_->address().c_str(), 0), 0);
-  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
-  EXPECT_TRUE(zortest::WaitForFrames());
-}
 
-TEST_F(LiveTest, KilledServerIsConnectionLost) {
-  ASSERT_GE(zorInit(zord_->address().c_str(), 0), 0);
-  ASSERT_NO_FATAL_FAILURE(zortest::CreateSceneTrackers(1.0f));
-  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
-  FrameFetcher f;
-  ASSERT_TRUE(WaitFor([&] { return f.Fetch() == 1 && f.last_frame > 10; }));
-  zord_->Kill();
-  int error = 0;
-  ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
-  EXPECT_EQ(error, ZOR_CONNECTION_LOST);
-  zorDone();
-  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
-  EXPECT_EQ(zorInit(zord_->address().c_str(), 0), ZOR_ERR_CONNECTION_REFUSED);
-}
-
-TEST_F(LiveTest, HostilePeersLeaveTheServerServing) {
   namespace wire = zorsock::wire;
   asio::io_context io;
   const asio::ip::tcp::endpoint server(asio::ip::make_address("127.0.0.1"),
@@ -191,9 +158,24 @@ TEST_F(LiveTest, HostilePeersLeaveTheServerServing) {
   send(wire::Bytes(hello.begin(), hello.begin() + hello.size() / 2));  // half, then gone
 
   ASSERT_GE(zorInit(zord_->address().c_str(), 0), 0);
-  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  EXPECT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
   EXPECT_TRUE(zortest::WaitForFrames());
   EXPECT_TRUE(zord_->running());
+}
+
+TEST_F(LiveTest, KilledServerIsConnectionLost) {
+  ASSERT_GE(zorInit(zord_->address().c_str(), 0), 0);
+  ASSERT_NO_FATAL_FAILURE(zortest::CreateSceneTrackers(1.0f));
+  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
+  FrameFetcher f;
+  ASSERT_TRUE(WaitFor([&] { return f.Fetch() == 1 && f.last_frame > 10; }));
+  zord_->Kill();
+  int error = 0;
+  ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
+  EXPECT_EQ(error, ZOR_CONNECTION_LOST);
+  zorDone();
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+  EXPECT_EQ(zorInit(zord_->address().c_str(), 0), ZOR_ERR_CONNECTION_REFUSED);
 }
 
 }  // namespace

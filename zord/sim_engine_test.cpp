@@ -366,7 +366,6 @@ TEST(SimEngine, StartUpFilesAreCheckedAndBadStateIsKept) {
   options.calibration_file = dir.File("nothing.json");
   EXPECT_FALSE(SimEngine::Create(options, &error));
   EXPECT_THAT(error, HasSubstr("nothing.json"));
-
   options = {};
   options.scene_file = dir.File("nothing.json");
   EXPECT_FALSE(SimEngine::Create(options, &error));
@@ -417,12 +416,6 @@ TEST(SimEngine, ControlRequestsAnswerInJson) {
   EXPECT_EQ(status["calibrated_cameras"], 8);
   EXPECT_GT(status["frame"].get<int>(), 0);
 }
-
-}  // namespace
-}  // namespace zord
-
-namespace zord {
-namespace {
 
 // Requests arrive on another thread than the frame clock's.
 TEST(SimEngine, RequestsWhileSteppingAreSafe) {
