@@ -25,21 +25,14 @@ TEST(CalibResultHtml, AFailedPassAsksForMoreDataAndNamesTheCamera) {
   EXPECT_EQ(CalibResultHtml("", -2, -1.0f, "link lost: Camera 2 <shares> 3"),
             "<div>Pass 2 Failed: </div><div>&nbsp;-&nbsp;Please capture more data"
             "</div><div>&nbsp;-&nbsp;Camera 2 &lt;shares&gt; 3");
+  EXPECT_EQ(CalibResultHtml("", -2, -1.0f, "x"), "<div>Pass 2 Failed: ");  // one character: none
 }
 
-TEST(CalibResultHtml, ADetailOfOneCharacterIsNoDetail) {
-  EXPECT_EQ(CalibResultHtml("", -2, -1.0f, "x"), "<div>Pass 2 Failed: ");
-}
-
-TEST(ProgressText, ArrowsGrowEveryThreeTenthsOfASecondAndStartAgain) {
-  EXPECT_EQ(ProgressText(true, false, false, 0), "Capturing  >");
+TEST(ProgressText, ArrowsGrowEveryThreeTenthsOfASecondForTheLastBusyState) {
   EXPECT_EQ(ProgressText(true, false, false, 299999), "Capturing  >");
   EXPECT_EQ(ProgressText(true, false, false, 300000), "Capturing  > >");
   EXPECT_EQ(ProgressText(true, false, false, 600000), "Capturing  > > >");
   EXPECT_EQ(ProgressText(true, false, false, 900000), "Capturing  >");
-}
-
-TEST(ProgressText, TheLastBusyStateNamesTheLabelAndIdleIsEmpty) {
   EXPECT_EQ(ProgressText(true, true, false, 0), "Calibrating  >");
   EXPECT_EQ(ProgressText(true, true, true, 0), "Aligning  >");
   EXPECT_EQ(ProgressText(false, false, false, 0), "");

@@ -32,12 +32,9 @@ QString ModeOf(uint32_t flags) {
 }
 
 TEST(ServerStatusTableTest, ModeNumberFromTheFlags) {
-  EXPECT_EQ(ModeOf(0), "0");
-  EXPECT_EQ(ModeOf(0x100), "1");
-  EXPECT_EQ(ModeOf(0x200), "2");
-  EXPECT_EQ(ModeOf(0x300), "3");
-  EXPECT_EQ(ModeOf(0x400), "4");
-  EXPECT_EQ(ModeOf(0x700), "4");
+  const std::pair<uint32_t, const char*> modes[] = {
+      {0, "0"}, {0x100, "1"}, {0x200, "2"}, {0x300, "3"}, {0x400, "4"}, {0x700, "4"}};
+  for (const auto& [flags, mode] : modes) EXPECT_EQ(ModeOf(flags), mode) << flags;
 }
 
 TEST(ServerStatusTableTest, WholeTable) {
@@ -89,11 +86,6 @@ QTextCharFormat FormatAt(QTextEdit* view, const QString& text) {
 
 TEST_F(StatusPanelTest, ShowsTextThenTheServerTableInStyle) {
   StatusPanel panel(nullptr);
-  EXPECT_EQ(panel.windowTitle(), "Status");
-  EXPECT_EQ(panel.view()->documentTitle(), "Calibration Status");
-  EXPECT_TRUE(panel.view()->isReadOnly());
-  EXPECT_EQ(panel.view()->palette().color(QPalette::Base), QColor(225, 255, 208));
-
   panel.showServer(Settings(0x300));
   EXPECT_TRUE(panel.html().startsWith("<br><table"));  // empty status text
   panel.setStatusText("<div><strong><normal>Pass 2 OK:  </normal></strong>(0.35)"
@@ -103,7 +95,6 @@ TEST_F(StatusPanelTest, ShowsTextThenTheServerTableInStyle) {
 
   QTextEdit* view = panel.view();
   EXPECT_EQ(view->documentTitle(), "Calibration Status");
-  EXPECT_TRUE(view->toPlainText().contains("Server Status"));
   EXPECT_EQ(FormatAt(view, "Server Status").fontWeight(), QFont::Bold);
   EXPECT_EQ(FormatAt(view, "Server Status").fontPointSize(), 12);
   EXPECT_EQ(FormatAt(view, "Frequency:").fontWeight(), QFont::Bold);

@@ -68,11 +68,12 @@ TEST(McclientTest, ServerLinesPlainAndAliased) {
 
 TEST(McclientTest, KeysAndTheirOddValues) {
   zortest::TempDir dir;
-  EXPECT_EQ(ReadText(dir, "mode: Default\n").contents->modeIndex, 0);
-  EXPECT_EQ(ReadText(dir, "mode: 3\n").contents->modeIndex, 3);
-  const Read threeWords = ReadText(dir, "mode: 1 2\n");
-  EXPECT_FALSE(threeWords.contents->modeIndex);
-  EXPECT_EQ(threeWords.errors, "");
+  const Read r = ReadText(dir, "mode: 1 2\n");  // three words: ignored without a word
+  EXPECT_FALSE(r.contents->modeIndex);
+  EXPECT_EQ(r.errors, "");
+  const std::pair<const char*, int> modes[] = {{"Default", 0}, {"3", 3}};
+  for (const auto& [value, index] : modes)
+    EXPECT_EQ(ReadText(dir, std::string("mode: ") + value + "\n").contents->modeIndex, index);
   EXPECT_EQ(ReadText(dir, "frequency: 100\n").contents->frequencyIndex, 0);
   EXPECT_EQ(ReadText(dir, "frequency: 60\n").contents->frequencyIndex, 3);
   EXPECT_EQ(ReadText(dir, "postprocess: 1\n").contents->postprocessIndex, 1);
@@ -134,14 +135,8 @@ class ConfigToolbarTest : public testing::Test {
     delete app_;
     app_ = nullptr;
   }
-  void SetUp() override {
-    const char* home = std::getenv("HOME");
-    if (home) oldHome_ = home;
-    setenv("HOME", home_.path().c_str(), 1);
-  }
-  void TearDown() override {
-    if (oldHome_.empty()) unsetenv("HOME"); else setenv("HOME", oldHome_.c_str(), 1);
-  }
+  // The dock reads and writes $HOME/.mcclient: each test gets a fresh home.
+  void SetUp() override { setenv("HOME", home_.path().c_str(), 1); }
   std::unique_ptr<ConfigToolbar> Make(ConfigToolbar::Options options = {}) {
     testing::internal::CaptureStdout();
     auto t = std::make_unique<ConfigToolbar>(nullptr, options);
@@ -150,21 +145,23 @@ class ConfigToolbarTest : public testing::Test {
   }
   static QApplication* app_;
   zortest::TempDir home_;
-  std::string oldHome_, out_;
+  std::string out_;
 };
 QApplication* ConfigToolbarTest::app_ = nullptr;
 
-TEST_F(ConfigToolbarTest, BuiltWithoutAFile) {
+TEST_F(ConfigToolbarTest, BuiltWithoutAFileCommandLineServerFirst) {
   auto t = Make();
-  EXPECT_EQ(t->windowTitle(), "Settings");
   EXPECT_EQ(Entries(t->serverBox()), QStringList({"localhost", "<find servers>"}));
-  EXPECT_EQ(Entries(t->modeBox()), QStringList({"Default", "1", "2", "3", "4"}));
-  EXPECT_EQ(Entries(t->frequencyBox()), QStringList({"480", "240", "120", "60", "30"}));
-  EXPECT_EQ(t->slaveBox()->text(), "Slave Mode ");
-  EXPECT_EQ(t->interpolateBox()->maximum(), 999);
   EXPECT_EQ(t->settings().server, "localhost");
   EXPECT_EQ(t->settings().frequency, 480.0f);
   EXPECT_EQ(t->settings().flags, 0u);
+
+  // A server from the command line comes first.
+  t->setFirstServer("lab");
+  EXPECT_EQ(Entries(t->serverBox()), QStringList({"lab", "localhost", "<find servers>"}));
+  t->setFirstServer("localhost");
+  EXPECT_EQ(Entries(t->serverBox()), QStringList({"localhost", "lab", "<find servers>"}));
+  EXPECT_EQ(t->serverBox()->currentIndex(), 0);
 }
 
 TEST_F(ConfigToolbarTest, FileFillsTheBoxesAndTheRecord) {
@@ -239,15 +236,6 @@ TEST_F(ConfigToolbarTest, AlternativeServerModeAndDisabledDock) {
   EXPECT_EQ(t->settings().server, "localhost");
   t->SetMode(1);
   EXPECT_EQ(t->settings().flags, 0xA00u);
-}
-
-TEST_F(ConfigToolbarTest, CommandLineServerComesFirst) {
-  auto t = Make();
-  t->setFirstServer("lab");
-  EXPECT_EQ(Entries(t->serverBox()), QStringList({"lab", "localhost", "<find servers>"}));
-  t->setFirstServer("localhost");
-  EXPECT_EQ(Entries(t->serverBox()), QStringList({"localhost", "lab", "<find servers>"}));
-  EXPECT_EQ(t->serverBox()->currentIndex(), 0);
 }
 
 TEST_F(ConfigToolbarTest, DiscoveryListsARunningZordByItsName) {

@@ -33,20 +33,12 @@ void Send(QWidget* w, QEvent::Type type, QPoint p, Qt::MouseButtons held) {
   QApplication::sendEvent(w, &e);
 }
 
-TEST_F(WidgetsTest, LabelButtonLooksLikeAFlatButton) {
-  LabelButton b(nullptr, "<b>Next</b>");
-  EXPECT_EQ(b.focusPolicy(), Qt::StrongFocus);
-  EXPECT_EQ(b.margin(), 10);
-  EXPECT_TRUE(b.wordWrap());
-  EXPECT_EQ(b.frameShape(), QFrame::Panel);
-  EXPECT_EQ(b.frameShadow(), QFrame::Raised);
-  EXPECT_EQ(b.background(), QColor("#ccccdf"));
-}
-
 TEST_F(WidgetsTest, LabelButtonClicksOnReleaseInsideEdgesIncluded) {
   LabelButton b;
   b.resize(100, 40);
   QSignalSpy clicked(&b, &LabelButton::sg_Clicked);
+  EXPECT_EQ(b.focusPolicy(), Qt::StrongFocus);
+  EXPECT_EQ(b.frameShadow(), QFrame::Raised);
 
   Send(&b, QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton);
   EXPECT_EQ(b.background(), QColor("#e0e0ef"));
@@ -56,35 +48,28 @@ TEST_F(WidgetsTest, LabelButtonClicksOnReleaseInsideEdgesIncluded) {
   EXPECT_EQ(b.background(), QColor("#ccccdf"));
   EXPECT_EQ(b.frameShadow(), QFrame::Raised);
 
-  Send(&b, QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton);
-  Send(&b, QEvent::MouseButtonRelease, {101, 10}, Qt::NoButton);
-  Send(&b, QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton);
-  Send(&b, QEvent::MouseButtonRelease, {10, -1}, Qt::NoButton);
+  for (QPoint outside : {QPoint(101, 10), QPoint(10, -1)}) {
+    Send(&b, QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton);
+    Send(&b, QEvent::MouseButtonRelease, outside, Qt::NoButton);
+  }
   EXPECT_EQ(clicked.count(), 1);
-}
 
-TEST_F(WidgetsTest, LabelButtonDraggedOutAndReleasedDoesNotClick) {
-  LabelButton b;
-  b.resize(100, 40);
-  QSignalSpy clicked(&b, &LabelButton::sg_Clicked);
+  // Dragged out and released back inside: the press was forgotten.
   Send(&b, QEvent::MouseButtonPress, {10, 10}, Qt::LeftButton);
   Send(&b, QEvent::MouseMove, {150, 10}, Qt::LeftButton);
   EXPECT_FALSE(b.inside());
   EXPECT_EQ(b.background(), QColor("#ccccdf"));
-  Send(&b, QEvent::MouseButtonRelease, {50, 10}, Qt::NoButton);  // flag is 0: ignored
-  EXPECT_EQ(clicked.count(), 0);
-
+  Send(&b, QEvent::MouseButtonRelease, {50, 10}, Qt::NoButton);
+  EXPECT_EQ(clicked.count(), 1);
   Send(&b, QEvent::MouseMove, {50, 10}, Qt::NoButton);  // hovering back in
   EXPECT_TRUE(b.inside());
   EXPECT_EQ(b.background(), QColor("#dededf"));
-  EXPECT_EQ(b.frameShadow(), QFrame::Raised);
 }
 
 TEST_F(WidgetsTest, SeparatorTurns) {
   Separator s;
   EXPECT_GT(s.sizeHint().width(), s.sizeHint().height());
   s.setOrientation(Qt::Vertical);
-  EXPECT_EQ(s.orientation(), Qt::Vertical);
   EXPECT_LT(s.sizeHint().width(), s.sizeHint().height());
 }
 
