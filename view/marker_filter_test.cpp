@@ -1,3 +1,4 @@
+// The per-marker smoothing filter and the store of filters and trails.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -18,7 +19,7 @@ ZORMarker Seen(int frame, float x, float y = 0, float z = 0, float cond = 1) {
 
 ZORMarker Missing(int frame) { return Seen(frame, 0, 0, 0, -1); }
 
-TEST(MarkerFilter, WindowIsOddAndReconfiguringKeepsData) {
+TEST(MarkerFilter, WindowIsOddReconfiguringKeepsDataAndResetForgets) {
   MarkerFilter f;
   f.Configure(480, 60);
   EXPECT_EQ(f.window(), 9);
@@ -27,12 +28,14 @@ TEST(MarkerFilter, WindowIsOddAndReconfiguringKeepsData) {
   f.Push(Seen(1, 5));
   f.Configure(500, 55);  // 9.09 -> 9: nothing changes
   EXPECT_EQ(f.data().back().x, 5);
+  EXPECT_EQ(f.lastValidFrame(), 1);
   f.Configure(480, 160);  // 3
-  EXPECT_EQ(f.window(), 3);
   EXPECT_EQ(f.data().size(), 3u);
-  MarkerFilter one;
-  one.Configure(100, 160);  // 0 made odd
-  EXPECT_EQ(one.window(), 1);
+  f.Reset(480, 60);
+  EXPECT_EQ(f.lastValidFrame(), -1);
+  EXPECT_EQ(f.data().back().frame, -1);
+  f.Configure(100, 160);  // 0 made odd
+  EXPECT_EQ(f.window(), 1);
 }
 
 TEST(MarkerFilterDeath, FrequenciesMustBePositive) {
@@ -50,13 +53,9 @@ TEST(MarkerFilter, OutputIsHalfAWindowBack) {
   EXPECT_NEAR(out.x, 40, 1e-4);  // a straight line is reproduced exactly
   EXPECT_EQ(f.Output(MarkerFilter::kAverage, out), 9);
   EXPECT_NEAR(out.x, 40, 1e-4);
-}
-
-TEST(MarkerFilter, SingleSampleWindowGivesTheNewestSample) {
-  MarkerFilter f;
+  // A one-sample window gives the newest sample.
   f.Configure(100, 160);
   f.Push(Seen(3, 1.5f, 2.5f, 3.5f));
-  ZORMarker out;
   EXPECT_EQ(f.Output(MarkerFilter::kFit, out), 1);
   EXPECT_FLOAT_EQ(out.x, 1.5f);
   EXPECT_FLOAT_EQ(out.z, 3.5f);
@@ -78,7 +77,7 @@ TEST(MarkerFilter, FitFollowsTheTrendAcrossAMissingSampleWhereTheAverageDrifts) 
   EXPECT_NEAR(average.x, 45, 1e-4);  // (0 + 50 + 60 + 70) / 4
 }
 
-TEST(MarkerFilter, InvalidEdgesOrMiddleGiveNothing) {
+TEST(MarkerFilter, InvalidEdgeGivesNothingAndAConditionZeroMiddleOnlyTheAverage) {
   MarkerFilter f;
   f.Configure(300, 60);
   for (int i = 0; i < 4; ++i) f.Push(Seen(i, 1));
@@ -87,20 +86,17 @@ TEST(MarkerFilter, InvalidEdgesOrMiddleGiveNothing) {
   EXPECT_EQ(f.Output(MarkerFilter::kFit, out), 0);
   EXPECT_EQ(out.cond, -1);
   EXPECT_EQ(f.Output(MarkerFilter::kAverage, out), 0);
-}
 
-TEST(MarkerFilter, MiddleWithConditionZeroPassesOnlyTheAverage) {
-  MarkerFilter f;
-  f.Configure(300, 60);
-  for (int i = 0; i < 5; ++i) f.Push(Seen(i, float(i), 0, 0, i == 2 ? 0.0f : 1.0f));
-  ZORMarker out;
-  EXPECT_EQ(f.Output(MarkerFilter::kFit, out), 0);
+  MarkerFilter g;
+  g.Configure(300, 60);
+  for (int i = 0; i < 5; ++i) g.Push(Seen(i, float(i), 0, 0, i == 2 ? 0.0f : 1.0f));
+  EXPECT_EQ(g.Output(MarkerFilter::kFit, out), 0);
   // The middle (condition 0) was closed by gap filling: flagged, so it counts.
-  EXPECT_EQ(f.Output(MarkerFilter::kAverage, out), 5);
+  EXPECT_EQ(g.Output(MarkerFilter::kAverage, out), 5);
   EXPECT_NEAR(out.x, 2, 1e-5);
 }
 
-TEST(MarkerFilter, ShortGapIsFilledOnTheLine) {
+TEST(MarkerFilter, ShortGapIsFilledOnTheLineALongOneStaysOpen) {
   MarkerFilter f;
   f.Configure(480, 60);  // window 9, gaps up to 4
   f.Push(Seen(10, 0, 0, 0));
@@ -114,26 +110,10 @@ TEST(MarkerFilter, ShortGapIsFilledOnTheLine) {
     EXPECT_EQ(s.cond, -1);  // the condition is left as it was
   }
   EXPECT_EQ(f.lastValidFrame(), 14);
-}
 
-TEST(MarkerFilter, LongGapStaysOpen) {
-  MarkerFilter f;
-  f.Configure(480, 60);
-  f.Push(Seen(10, 0));
-  for (int i = 11; i <= 15; ++i) f.Push(Missing(i));
-  f.Push(Seen(16, 60));
-  for (size_t i = 0; i + 1 < f.data().size(); ++i) {
-    EXPECT_FALSE(f.data()[i].flag & MarkerFilter::kInterpolated);
-  }
-}
-
-TEST(MarkerFilter, ResetForgetsTheLastValidFrame) {
-  MarkerFilter f;
-  f.Configure(480, 60);
-  f.Push(Seen(10, 0));
-  f.Reset(480, 60);
-  EXPECT_EQ(f.lastValidFrame(), -1);
-  EXPECT_EQ(f.data().back().frame, -1);
+  for (int i = 15; i <= 19; ++i) f.Push(Missing(i));
+  f.Push(Seen(20, 60));
+  for (int i = 3; i <= 7; ++i) EXPECT_FALSE(d[i].flag & MarkerFilter::kInterpolated) << i;
 }
 
 std::vector<ZORMarker> Frame(int frame, float x, int count = 2) {
@@ -159,6 +139,9 @@ TEST(MarkerStore, FilteringReplacesMarkersWithTheDelayedFit) {
   EXPECT_NEAR(markers[0].x, 4, 1e-4);
   EXPECT_NEAR(markers[1].x, 104, 1e-4);
   EXPECT_EQ(store.filters().size(), 2u);
+  std::vector<ZORMarker> none;  // an empty frame drops the filters
+  store.Process(none, 480);
+  EXPECT_TRUE(store.filters().empty());
 }
 
 TEST(MarkerStore, LowRatioOrFilteringOffLeavesMarkers) {
@@ -169,22 +152,11 @@ TEST(MarkerStore, LowRatioOrFilteringOffLeavesMarkers) {
   store.Process(markers, 480);
   EXPECT_FLOAT_EQ(markers[0].x, 5);
   EXPECT_TRUE(store.filters().empty());
-  MarkerStore off;
-  off.SetFilterFrequency(60);
-  markers = Frame(1, 5);
-  off.Process(markers, 480);
-  EXPECT_FLOAT_EQ(markers[0].x, 5);
-  EXPECT_EQ(off.filters().size(), 2u);  // history kept, ready for switching on
-}
-
-TEST(MarkerStore, EmptyFrameDropsFilters) {
-  MarkerStore store;
   store.SetFilterFrequency(60);
-  std::vector<ZORMarker> markers = Frame(1, 5);
+  store.SetFiltering(false);
   store.Process(markers, 480);
-  std::vector<ZORMarker> none;
-  store.Process(none, 480);
-  EXPECT_TRUE(store.filters().empty());
+  EXPECT_FLOAT_EQ(markers[0].x, 5);
+  EXPECT_EQ(store.filters().size(), 2u);  // history kept, ready for switching on
 }
 
 TEST(MarkerStore, TrailsKeepTheNewestPositionsAndBreakOnGaps) {
@@ -213,7 +185,7 @@ TEST(MarkerStore, TrailsKeepTheNewestPositionsAndBreakOnGaps) {
   EXPECT_EQ(store.HistoryBytes(), 0u);
 }
 
-TEST(MarkerStore, AnotherMarkerInTheSlotStartsANewTrail) {
+TEST(MarkerStore, AnotherMarkerInTheSlotStartsANewTrailAndUnseenOnesHaveNoCondition) {
   MarkerStore store;
   store.SetBrush(kBrushPoints);
   std::vector<ZORMarker> markers = Frame(0, 1, 1);
@@ -222,11 +194,7 @@ TEST(MarkerStore, AnotherMarkerInTheSlotStartsANewTrail) {
   store.Process(markers, 480);
   EXPECT_EQ(store.trails()[0].count, 1u);
   EXPECT_EQ(store.trails()[0].id, 99);
-}
-
-TEST(MarkerStore, AverageCondition) {
-  MarkerStore store;
-  std::vector<ZORMarker> markers = Frame(0, 1, 3);
+  markers = Frame(1, 1, 3);
   markers[0].cond = 10, markers[1].cond = 15, markers[2].cond = -1;
   store.Process(markers, 480);
   EXPECT_FLOAT_EQ(store.averageCondition(), 12.5f);

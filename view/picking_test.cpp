@@ -1,3 +1,5 @@
+// Picking in the scene: rays, pick boxes and hit records, the 2D camera grid,
+// selections and their sets, the rotation rings and the scene's texts.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -20,27 +22,20 @@ ZORMarker At(float x, float y, float z, int id = 0, float cond = 1) {
 // Ray from the origin along -Z.
 const Vec3 kOrigin(0, 0, 0), kAlongMinusZ(0, 0, -1);
 
-TEST(RayPick, NearestToTheEyeWithinTheRadius) {
+TEST(RayPick, NearestSeenMarkerInFrontWithinTheRadius) {
   const std::vector<ZORMarker> markers = {At(0, 0, -20), At(0.5f, 0, -10), At(3, 0, -5)};
   EXPECT_EQ(PickMarker(markers, 1, kOrigin, kAlongMinusZ, 1), 1);
   EXPECT_EQ(PickMarker(markers, 1, kOrigin, kAlongMinusZ, 0.4f), 0);
-}
-
-TEST(RayPick, TiesKeepTheEarlierMarker) {
-  const std::vector<ZORMarker> markers = {At(0.3f, 0, -10), At(-0.3f, 0, -10)};
-  EXPECT_EQ(PickMarker(markers, 1, kOrigin, kAlongMinusZ, 1), 0);
-}
-
-TEST(RayPick, UnseenBehindOrFarOffGiveNothing) {
-  const std::vector<ZORMarker> markers = {At(0, 0, -10, 0, 0), At(0, 0, 10), At(5, 0, -10)};
-  EXPECT_EQ(PickMarker(markers, 1, kOrigin, kAlongMinusZ, 1), -1);
+  // Ties keep the earlier marker.
+  EXPECT_EQ(PickMarker({At(0.3f, 0, -10), At(-0.3f, 0, -10)}, 1, kOrigin, kAlongMinusZ, 1), 0);
+  // Unseen, behind the eye or far off: nothing.
+  const std::vector<ZORMarker> none = {At(0, 0, -10, 0, 0), At(0, 0, 10), At(5, 0, -10)};
+  EXPECT_EQ(PickMarker(none, 1, kOrigin, kAlongMinusZ, 1), -1);
   EXPECT_EQ(PickMarker({}, 1, kOrigin, kAlongMinusZ, 1), -1);
-}
-
-TEST(RayPick, PositionsAreScaled) {
-  const std::vector<ZORMarker> markers = {At(0, 0, -1000)};  // mm
-  EXPECT_EQ(PickMarker(markers, 0.01f, Vec3(0.5f, 0, 0), kAlongMinusZ, 0.6f), 0);
-  EXPECT_EQ(PickMarker(markers, 0.01f, Vec3(0.7f, 0, 0), kAlongMinusZ, 0.6f), -1);
+  // Positions are scaled (mm to view units).
+  const std::vector<ZORMarker> far = {At(0, 0, -1000)};
+  EXPECT_EQ(PickMarker(far, 0.01f, Vec3(0.5f, 0, 0), kAlongMinusZ, 0.6f), 0);
+  EXPECT_EQ(PickMarker(far, 0.01f, Vec3(0.7f, 0, 0), kAlongMinusZ, 0.6f), -1);
 }
 
 TEST(PickRegion, BoxBetweenStartAndPointer) {
@@ -49,8 +44,7 @@ TEST(PickRegion, BoxBetweenStartAndPointer) {
   EXPECT_EQ(r.h, 80);
   EXPECT_EQ(r.x, 30);
   EXPECT_EQ(r.y, 60);
-  const PickRegion thin = PickRegion::Box(10, 10, 10, 30);
-  EXPECT_EQ(thin.w, 1);  // zero width picks one pixel
+  EXPECT_EQ(PickRegion::Box(10, 10, 10, 30).w, 1);  // zero width picks one pixel
   EXPECT_EQ(PickRegion::Around(5, 6).w, 8);
 }
 
@@ -74,12 +68,10 @@ TEST(CameraGrid, LayoutAndCellIndex) {
   EXPECT_EQ(g.CellAt(1289, 0), 19);  // bottom right: beyond the cameras
   EXPECT_EQ(g.CellAt(260, 700), 1);
   EXPECT_EQ(g.CellAt(-1, 5), -1);
-  const CameraGrid one = CameraGrid::Layout(1, 20, 400);
-  EXPECT_EQ(one.columns, 1);
-  EXPECT_EQ(one.rows, 1);
-  const CameraGrid none = CameraGrid::Layout(0, 640, 480);
-  EXPECT_EQ(none.columns, 1);
-  EXPECT_EQ(none.rows, 1);
+  for (const CameraGrid& one : {CameraGrid::Layout(1, 20, 400), CameraGrid::Layout(0, 640, 480)}) {
+    EXPECT_EQ(one.columns, 1);
+    EXPECT_EQ(one.rows, 1);
+  }
 }
 
 TEST(Selection, ToggleSetsAndRecall) {
@@ -123,32 +115,24 @@ PointerRay RayThrough(float x, float y) {
   return r;
 }
 
-TEST(Manipulator, ZRingTurnsAboutZ) {
-  Manipulator m;
-  m.Attach(Pose{}, 1);
-  ASSERT_TRUE(m.Press(kNameRingZ, RayThrough(1, 0)));
-  EXPECT_EQ(m.state, Manipulator::kRingZ);
-  ASSERT_TRUE(m.Drag(RayThrough(0, 1)));
-  const Pose p = m.CurrentPose();
-  EXPECT_NEAR(p[3], std::cos(M_PI / 4), 1e-5);
-  EXPECT_NEAR(p[6], std::sin(M_PI / 4), 1e-5);
-  EXPECT_TRUE(m.Release());
-  EXPECT_EQ(m.state, Manipulator::kNone);
-  // The rotation is kept after the release.
-  EXPECT_NEAR(m.CurrentPose()[6], std::sin(M_PI / 4), 1e-5);
-}
-
-TEST(Manipulator, DragBackToTheStartLeavesThePose) {
+TEST(Manipulator, ZRingTurnsAboutZAndDraggingBackLeavesThePose) {
   Manipulator m;
   Pose start;
   start[0] = 0.5f;  // the body keeps its place
   m.Attach(start, 1);
   ASSERT_TRUE(m.Press(kNameRingZ, RayThrough(1.5f, 0)));
-  m.Drag(RayThrough(0.5f, 1));
+  EXPECT_EQ(m.state, Manipulator::kRingZ);
+  ASSERT_TRUE(m.Drag(RayThrough(0.5f, 1)));
+  EXPECT_NEAR(m.CurrentPose()[3], std::cos(M_PI / 4), 1e-5);
+  EXPECT_NEAR(m.CurrentPose()[6], std::sin(M_PI / 4), 1e-5);
+  EXPECT_NEAR(m.CurrentPose()[0], 0.5f, 1e-6);
   m.Drag(RayThrough(1.5f, 0));
   EXPECT_TRUE(equals(m.CurrentPose(), start));
-  m.Release();
-  EXPECT_TRUE(equals(m.CurrentPose(), start));
+  ASSERT_TRUE(m.Drag(RayThrough(0.5f, 1)));
+  EXPECT_TRUE(m.Release());
+  EXPECT_EQ(m.state, Manipulator::kNone);
+  // The rotation is kept after the release.
+  EXPECT_NEAR(m.CurrentPose()[6], std::sin(M_PI / 4), 1e-5);
 }
 
 TEST(Manipulator, EdgeOnRingGrabsOnTheSphere) {
@@ -177,8 +161,7 @@ TEST(Manipulator, OnlyRingsOfAnAttachedBodyArePressed) {
   EXPECT_FALSE(m.Press(20, RayThrough(1, 0)));
   EXPECT_FALSE(m.Drag(RayThrough(0, 1)));  // nothing held
   EXPECT_FALSE(m.Release());
-  Manipulator detached;
-  EXPECT_FALSE(detached.Press(kNameRingZ, RayThrough(1, 0)));
+  EXPECT_FALSE(Manipulator().Press(kNameRingZ, RayThrough(1, 0)));
 }
 
 TEST(Manipulator, FreeRotationTurnsAboutTheViewAxis) {

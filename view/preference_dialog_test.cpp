@@ -1,3 +1,4 @@
+// The preferences dialog over a scene: what it applies, refuses and shows.
 #include <gtest/gtest.h>
 
 #include <QLabel>
@@ -13,41 +14,18 @@
 
 namespace {
 
-void EnsureApp() {
-  static int argc = 1;
-  static char name[] = "preference_dialog_test";
-  static char* argv[] = {name, nullptr};
-  if (!qApp) {
-    UseLegacyGLFormat();
-    new QApplication(argc, argv);
-  }
-}
-
-
 class Preferences : public testing::Test {
  protected:
   void SetUp() override {
-    EnsureApp();
+    EnsureTestApp();
     dialog_ = std::make_unique<PreferenceDialog>(nullptr, &scene_);
   }
   SceneView scene_;
   std::unique_ptr<PreferenceDialog> dialog_;
 };
 
-TEST_F(Preferences, StartsFromTheView) {
-  EXPECT_EQ(dialog_->windowTitle(), "Preferences");
-  EXPECT_EQ(dialog_->fadeBox()->value(), scene_.markerStore().fadeCount());
-  EXPECT_EQ(dialog_->frequencyEdit()->text(), "16");
-  EXPECT_EQ(dialog_->historyBox()->minimum(), 1);
-}
-
-TEST_F(Preferences, FilterFrequencyAcceptedUpTo240) {
-  dialog_->frequencyEdit()->setText("200");
-  dialog_->sl_ApplyFilter();
-  EXPECT_FLOAT_EQ(scene_.markerStore().filterFrequency(), 200);
-}
-
-TEST_F(Preferences, RejectedFrequencyShowsTheMessageAndRestores) {
+TEST_F(Preferences, FilterFrequencyUpTo240OrTheMessageAndRestored) {
+  EXPECT_EQ(dialog_->frequencyEdit()->text(), "16");  // starts from the view
   for (const char* bad : {"-1", "300", "abc", "12.345"}) {
     dialog_->frequencyEdit()->setText(bad);
     QString seen;
@@ -62,9 +40,13 @@ TEST_F(Preferences, RejectedFrequencyShowsTheMessageAndRestores) {
     EXPECT_FLOAT_EQ(scene_.markerStore().filterFrequency(), 16) << bad;
     EXPECT_EQ(dialog_->frequencyEdit()->text(), "16") << bad;
   }
+  dialog_->frequencyEdit()->setText("200");
+  dialog_->sl_ApplyFilter();
+  EXPECT_FLOAT_EQ(scene_.markerStore().filterFrequency(), 200);
 }
 
 TEST_F(Preferences, BrushAndHistory) {
+  EXPECT_EQ(dialog_->fadeBox()->value(), scene_.markerStore().fadeCount());
   dialog_->fadeBox()->setValue(240);
   dialog_->historyBox()->setValue(600);
   dialog_->sl_ApplyBrush();
@@ -97,15 +79,11 @@ TEST_F(Preferences, ReadoutsFollowTheView) {
   dialog_->updateReadouts();
   EXPECT_EQ(dialog_->conditionLabel()->text(), "Cond:12.5");
   EXPECT_EQ(dialog_->historyLabel()->text(), "Max History (Approx: 48KB):");  // 2 x 2048 x 12 B
-}
 
-TEST(PreferencesWithoutView, SettersDoNothing) {
-  EnsureApp();
-  PreferenceDialog dialog;
-  dialog.setFade(5);
-  dialog.setFilterFrequency(3);
-  dialog.updateReadouts();
-  EXPECT_EQ(dialog.view(), nullptr);
+  PreferenceDialog without;  // no view: setters and readouts do nothing
+  without.setFade(5);
+  without.setFilterFrequency(3);
+  without.updateReadouts();
 }
 
 }  // namespace

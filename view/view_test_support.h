@@ -22,3 +22,14 @@ inline void InitGlutOnce(int& argc, char** argv) {
     glutInit(&argc, argv);
   }
 }
+
+// The application of a GUI test binary, made once with the legacy format and GLUT.
+inline void EnsureTestApp() {
+  static int argc = 1;
+  static char name[] = "view_test";
+  static char* argv[] = {name, nullptr};
+  if (qApp) return;
+  UseLegacyGLFormat();
+  new QApplication(argc, argv);
+  InitGlutOnce(argc, argv);
+}

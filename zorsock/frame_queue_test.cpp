@@ -1,3 +1,4 @@
+// The client's queue of whole frames, handed out kind by kind.
 #include "zorsock/frame_queue.h"
 
 #include <gtest/gtest.h>
@@ -39,10 +40,12 @@ TEST(FrameQueue, HeadKindsAreHandedOutOnceThenTheHeadMovesOn) {
   EXPECT_EQ(q.size(), 0u);
 }
 
-TEST(FrameQueue, CapacityLimitsTheCopyButTakesTheKind) {
+TEST(FrameQueue, TakingWithoutAskingCopiesUpToTheCapacityAndTakesTheKind) {
   FrameQueue q;
-  q.Push(MakeFrame(1, 5, 0));
   ZORMarker m[2];
+  EXPECT_EQ(q.Take(Kind::kMarkers, m, 2), 0);  // nothing queued
+  EXPECT_EQ(q.Take(Kind::kDetectors, m, 2), 0);
+  q.Push(MakeFrame(1, 5, 0));
   EXPECT_EQ(q.Take(Kind::kMarkers, m, 2), 2);
   EXPECT_EQ(q.size(), 0u);
 }
@@ -60,24 +63,21 @@ TEST(FrameQueue, EmptyFramesAreNotQueuedButAdvanceTheNumber) {
   EXPECT_EQ(q.head_time_us(), 3000);  // nothing queued: the newest presented
 }
 
-TEST(FrameQueue, FullQueueDropsOldestAndCounts) {
+TEST(FrameQueue, FullQueueDropsOldestAndCountsButRestartedNumberingDiscardsTheOld) {
   FrameQueue q(3);
   for (int n = 1; n <= 5; ++n) q.Push(MakeFrame(n, 1, 0));
   EXPECT_EQ(q.dropped(), 2);
   ZORMarker m[1];
   q.Take(Kind::kMarkers, m, 1);
   EXPECT_EQ(m[0].frame, 3);
-}
 
-TEST(FrameQueue, RestartedNumberingDiscardsTheOldFrames) {
-  FrameQueue q;
-  for (int n = 100; n < 104; ++n) q.Push(MakeFrame(n, 1, 0));
-  q.Push(MakeFrame(1, 1, 0));
-  EXPECT_EQ(q.newest(), 1);
-  EXPECT_EQ(q.size(), 1u);
-  EXPECT_EQ(q.dropped(), 0);
-  ZORMarker m[1];
-  q.Take(Kind::kMarkers, m, 1);
+  FrameQueue r;
+  for (int n = 100; n < 104; ++n) r.Push(MakeFrame(n, 1, 0));
+  r.Push(MakeFrame(1, 1, 0));
+  EXPECT_EQ(r.newest(), 1);
+  EXPECT_EQ(r.size(), 1u);
+  EXPECT_EQ(r.dropped(), 0);
+  r.Take(Kind::kMarkers, m, 1);
   EXPECT_EQ(m[0].frame, 1);
 }
 
@@ -104,21 +104,6 @@ TEST(FrameQueue, AFrameArrivingMidRoundWaitsForTheNextRound) {
   EXPECT_TRUE(q.HeadHas(Kind::kMarkers));
   EXPECT_TRUE(q.HeadHas(Kind::kRigids));
   EXPECT_EQ(q.newest(), 2);
-}
-
-TEST(FrameQueue, TakingWithoutAskingStillGetsFrames) {
-  FrameQueue q;
-  q.Push(MakeFrame(1, 2, 0));
-  ZORMarker m[4];
-  EXPECT_EQ(q.Take(Kind::kMarkers, m, 4), 2);
-}
-
-TEST(FrameQueue, NothingQueuedGivesNothing) {
-  FrameQueue q;
-  ZORMarker m[1];
-  EXPECT_FALSE(q.HeadHas(Kind::kMarkers));
-  EXPECT_EQ(q.Take(Kind::kMarkers, m, 1), 0);
-  EXPECT_EQ(q.Take(Kind::kDetectors, m, 1), 0);
 }
 
 }  // namespace
