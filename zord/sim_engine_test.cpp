@@ -117,29 +117,6 @@ TEST(SimEngine, ReportsMarkersOfEnabledTrackersOnly) {
   EXPECT_EQ(Step(*engine).markers.size(), 2u);
 }
 
-TEST(SimEngine, RigidPoseMatchesTheTruth) {
-  auto engine = Calibrated();
-  const Scene& scene = engine->scene();
-  AddTracker(*engine, 3, ZOR_RIGID_TRACKER, scene.bodies[0].leds);
-  ASSERT_EQ(engine->TrackerOp(kNormal, 3, ZOR_ON), ZOR_NO_ERROR);
-  const Eigen::Quaterniond q = Eigen::Quaterniond(0.9, 0.1, -0.3, 0.2).normalized();
-  Control(*engine, {{"cmd", "body"}, {"mode", "rest"}, {"position", {200, 1100, -300}},
-                    {"rotation", {q.w(), q.x(), q.y(), q.z()}}});
-  const FrameData frame = Step(*engine);
-  ASSERT_EQ(frame.rigids.size(), 1u);
-  const ZORRigid& r = frame.rigids[0];
-  EXPECT_EQ(r.id, 3);
-  EXPECT_GT(r.cond, 0.5f);
-  EXPECT_EQ(r.flag, 5u);
-  ExpectPose(r.pose, {200, 1100, -300}, q, 0.5, 0.005);
-
-  // Too few markers seen: cond 0 and the last pose.
-  for (int id : {8, 9, 10}) Control(*engine, {{"cmd", "led"}, {"id", id}, {"visible", false}});
-  const ZORRigid lost = Step(*engine).rigids.at(0);
-  EXPECT_EQ(lost.cond, 0);
-  for (int i = 0; i < 7; ++i) EXPECT_EQ(lost.pose[i], r.pose[i]);
-}
-
 TEST(SimEngine, UncalibratedCamerasGiveNoMarkers) {
   auto engine = MakeEngine({});  // the built-in scene starts uncalibrated
   const Scene& scene = engine->scene();
@@ -163,7 +140,7 @@ TEST(SimEngine, UncalibratedCamerasGiveNoMarkers) {
   }
 }
 
-TEST(SimEngine, CalibratedCamerasMatchTheTruthAndTheGlobalTransformMovesEverything) {
+TEST(SimEngine, CamerasAndRigidMatchTheTruthAndTheGlobalTransformMovesEverything) {
   auto engine = Calibrated();
   const Scene& scene = engine->scene();
   const json truth = Control(*engine, {{"cmd", "truth"}});
@@ -180,8 +157,16 @@ TEST(SimEngine, CalibratedCamerasMatchTheTruthAndTheGlobalTransformMovesEverythi
   AddTracker(*engine, 3, ZOR_RIGID_TRACKER, scene.bodies[0].leds);
   ASSERT_EQ(engine->TrackerOp(kNormal, 0, ZOR_ON), ZOR_NO_ERROR);
   ASSERT_EQ(engine->TrackerOp(kNormal, 3, ZOR_ON), ZOR_NO_ERROR);
-  Control(*engine, {{"cmd", "body"}, {"mode", "rest"}, {"position", {0, 1000, 0}}});
+  const Eigen::Quaterniond q = Eigen::Quaterniond(0.9, 0.1, -0.3, 0.2).normalized();
+  Control(*engine, {{"cmd", "body"}, {"mode", "rest"}, {"position", {200, 1100, -300}},
+                    {"rotation", {q.w(), q.x(), q.y(), q.z()}}});
   const FrameData before = Step(*engine);
+  ASSERT_EQ(before.rigids.size(), 1u);
+  const ZORRigid& r = before.rigids[0];
+  EXPECT_EQ(r.id, 3);
+  EXPECT_GT(r.cond, 0.5f);
+  EXPECT_EQ(r.flag, 5u);
+  ExpectPose(r.pose, {200, 1100, -300}, q, 0.5, 0.005);
 
   const Eigen::Quaterniond gq(Eigen::AngleAxisd(M_PI / 2, Eigen::Vector3d::UnitY()));
   const Eigen::Vector3d gp(1000, -50, 20);
@@ -208,6 +193,12 @@ TEST(SimEngine, CalibratedCamerasMatchTheTruthAndTheGlobalTransformMovesEverythi
              gq * Eigen::Quaterniond(c0[3], c0[4], c0[5], c0[6]), 0.01, 1e-5);
   // The truth stays in the room's own frame.
   EXPECT_EQ(Control(*engine, {{"cmd", "truth"}})["cameras"][0], truth["cameras"][0]);
+
+  // Too few of the body's markers seen: cond 0 and the last pose.
+  for (int id : {8, 9, 10}) Control(*engine, {{"cmd", "led"}, {"id", id}, {"visible", false}});
+  const ZORRigid lost = Step(*engine).rigids.at(0);
+  EXPECT_EQ(lost.cond, 0);
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(lost.pose[i], after.rigids[0].pose[i]);
 }
 
 TEST(SimEngine, StreamsImagesAndDetectorsOnlyWhenAsked) {

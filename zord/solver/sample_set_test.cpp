@@ -23,9 +23,7 @@ TEST(SelectEvenly, SpreadsThePickOverTheWholeRange) {
   const std::vector<size_t> uneven = SelectEvenly(1000, 300);
   for (size_t i = 1; i < uneven.size(); ++i)
     EXPECT_THAT(uneven[i] - uneven[i - 1], ::testing::AnyOf(3u, 4u));
-}
-
-TEST(SelectEvenly, ZeroOrTooHighQualityKeepsEverything) {
+  // Zero or too high a quality keeps everything.
   EXPECT_THAT(SelectEvenly(4, 0), ElementsAre(0, 1, 2, 3));
   EXPECT_THAT(SelectEvenly(4, 1200), ElementsAre(0, 1, 2, 3));
   EXPECT_TRUE(SelectEvenly(0, 100).empty());
@@ -62,9 +60,7 @@ TEST(MakeStraightWand, RefusesWandsItCannotUse) {
   leds = StandardWand();
   leds[3].local = leds[2].local;
   EXPECT_FALSE(MakeStraightWand(leds, 2.0, &wand, &error));
-
-  leds = StandardWand();
-  leds[0].local.x() = NAN;
+  leds[3].local.x() = NAN;
   EXPECT_FALSE(MakeStraightWand(leds, 2.0, &wand, &error));
 }
 
