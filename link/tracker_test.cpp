@@ -33,10 +33,9 @@ TEST_F(TrackerTest, Constructors) {
   Tracker copied(ZOR_RIGID_TRACKER, 3, placed.markers, 0.5f);
   EXPECT_EQ(copied.markers[0].position, (std::vector<float>{5, 10, 15}));
 
-  testing::internal::CaptureStderr();
-  Tracker empty(ZOR_RIGID_TRACKER, 3, std::vector<TrackerMarker>{}, 1.0f);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "error: Tracker(): empty rigid\n");
-  EXPECT_TRUE(empty.markers.empty());
+  const std::vector<TrackerMarker> none;
+  EXPECT_EQ(Stderr([&] { EXPECT_TRUE(Tracker(ZOR_RIGID_TRACKER, 3, none, 1.0f).markers.empty()); }),
+            "error: Tracker(): empty rigid\n");
 }
 
 TEST_F(TrackerTest, AddMarkerKeepsLedOrderAndRemoveLeavesOtherIndices) {
@@ -79,7 +78,7 @@ TEST_F(TrackerTest, CreateSendsTrackerMarkersOptionsThenEnables) {
   EXPECT_EQ(Double().calls, expected);
 }
 
-TEST_F(TrackerTest, UpdateAndDestroy) {
+TEST_F(TrackerTest, UpdateSendsTheSwitchOnlyWhenEnabledAndDestroyOnlyOnTheServer) {
   Tracker t(ZOR_POINT_TRACKER, 4, 1);
   t.enabled = false;
   t.Update(true);
@@ -99,21 +98,17 @@ TEST_F(TrackerTest, UpdateAndDestroy) {
 TEST_F(TrackerTest, CheckErrorsReportsTrackerFailureAndStops) {
   Double().failing["zorTrackeri"] = ZOR_INVALID_VALUE;
   Tracker t(ZOR_RIGID_TRACKER, 2, 1);
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(t.Create(), 1);  // without checkErrors failures are silent
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_EQ(Stderr([&] { EXPECT_EQ(t.Create(), 1); }), "");  // silent without checkErrors
 
   zordouble::Reset();
   Double().failing["zorTrackeri"] = ZOR_INVALID_VALUE;
   Double().status = 0;  // an error left from before
   Double().errors.push_back(ZOR_INVALID_ENUM);
   t.checkErrors = 1;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(t.Create(), -1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "error: Tracker::Create(): failed to create tracker: (tracker id=2) e=20\n");
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "warning: Tracker::Create(): e=21)\n");
+  std::string errors;
+  EXPECT_EQ(Stdout([&] { errors = Stderr([&] { EXPECT_EQ(t.Create(), -1); }); }),
+            "warning: Tracker::Create(): e=21)\n");
+  EXPECT_EQ(errors, "error: Tracker::Create(): failed to create tracker: (tracker id=2) e=20\n");
   EXPECT_EQ(zordouble::CountCalls("zorMarkeriv"), 0);
 }
 
@@ -122,9 +117,7 @@ TEST_F(TrackerTest, CheckErrorsReportsEachMarkerThenDrainsAndGoesOn) {
   Double().failing["zorTracker"] = ZOR_INVALID_ENUM;
   Tracker t(ZOR_POINT_TRACKER, 1, std::vector<int32_t>{3, 8});
   t.checkErrors = 1;
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(t.Create(), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+  EXPECT_EQ(Stderr([&] { EXPECT_EQ(t.Create(), 1); }),
             "error: Tracker::Create(): failed to create marker: (marker id=3) e=22\n"
             "error: Tracker::Create(): failed to create marker: (marker id=8) e=22\n"
             "error: Tracker::Create(): failed to create markers: (markers=2)\n"

@@ -161,8 +161,8 @@ TEST(SceneInput, ReleaseStopsAPanAtTheBounds) {
 }
 
 TEST(SceneInput, MiddleButtonWithModifiersSetsBoxModes) {
-  const std::pair<int, SceneView::Interaction> cases[] = {{kControl, SceneView::kBoxAdd},
-                                                          {kControl | kShift, SceneView::kCtrlDrag}};
+  const std::pair<int, SceneView::Interaction> cases[] = {
+      {kControl, SceneView::kBoxAdd}, {kControl | kShift, SceneView::kCtrlDrag}};
   for (const auto& [modifiers, mode] : cases) {
     SceneView scene;
     MouseState m;
