@@ -7,19 +7,15 @@
 namespace zorsock::wire {
 namespace {
 
-// Splits an encoded message into its checked header and payload.
-struct Split {
-  Header header;
-  const uint8_t* payload;
-  size_t size;
-};
-
-Split SplitMessage(const Bytes& bytes) {
+// Checks an encoded message's header, then decodes its payload.
+template <typename Decode>
+auto RoundTrip(const Bytes& bytes, Type type, Decode decode) {
   std::string why;
-  auto header = DecodeHeader(bytes.data(), &why);
+  const auto header = DecodeHeader(bytes.data(), &why);
   EXPECT_TRUE(header) << why;
   EXPECT_EQ(header->length + 4, bytes.size());
-  return {*header, bytes.data() + kHeaderSize, bytes.size() - kHeaderSize};
+  EXPECT_EQ(header->type, type);
+  return decode(bytes.data() + kHeaderSize, bytes.size() - kHeaderSize);
 }
 
 TEST(Wire, HelloRoundTripAndWrongMagic) {
@@ -28,9 +24,7 @@ TEST(Wire, HelloRoundTripAndWrongMagic) {
   hello.flags = ZOR_FLAG_SLAVE | ZOR_FLAG_CALIBRATE;
   hello.identity = "tester";
   Bytes bytes = EncodeHello(hello);
-  auto s = SplitMessage(bytes);
-  EXPECT_EQ(s.header.type, Type::kHello);
-  auto back = DecodeHello(s.payload, s.size);
+  auto back = RoundTrip(bytes, Type::kHello, DecodeHello);
   ASSERT_TRUE(back);
   EXPECT_EQ(back->version, kVersion);
   EXPECT_EQ(back->role, Role::kControl);
@@ -49,9 +43,7 @@ TEST(Wire, RequestAndReplyRoundTrip) {
   request.code = ZOR_MARKER_POSITION;
   request.floats = {1.5f, -2, 3};
   request.text = "x";
-  const Bytes bytes = EncodeRequest(request);
-  auto s = SplitMessage(bytes);
-  auto back = DecodeRequest(s.payload, s.size);
+  auto back = RoundTrip(EncodeRequest(request), Type::kRequest, DecodeRequest);
   ASSERT_TRUE(back);
   EXPECT_EQ(back->seq, 77u);
   EXPECT_EQ(back->op, Op::kMarkerFloats);
@@ -64,9 +56,7 @@ TEST(Wire, RequestAndReplyRoundTrip) {
   reply.seq = 77;
   reply.status = ZOR_INVALID_OPERATION;
   reply.ints = {1, 2};
-  const Bytes reply_bytes = EncodeReply(reply);
-  auto r = SplitMessage(reply_bytes);
-  auto reply_back = DecodeReply(r.payload, r.size);
+  auto reply_back = RoundTrip(EncodeReply(reply), Type::kReply, DecodeReply);
   ASSERT_TRUE(reply_back);
   EXPECT_EQ(reply_back->status, ZOR_INVALID_OPERATION);
   EXPECT_EQ(reply_back->ints, reply.ints);
@@ -80,9 +70,7 @@ TEST(Wire, FrameRoundTripKeepsEveryRecord) {
   frame.rigids = {{1, 12, {1, 2, 3, 1, 0, 0, 0}, 1, 4}};
   frame.images = {{0, 12, 7, 100.5f, 200.25f, 3, 0.8f, 0}};
   frame.detectors = {{0, 12, 1, 1280, 1024, 1400, 500, 35, 0, 0}};
-  const Bytes bytes = EncodeFrame(frame);
-  auto s = SplitMessage(bytes);
-  auto back = DecodeFrame(s.payload, s.size);
+  auto back = RoundTrip(EncodeFrame(frame), Type::kFrame, DecodeFrame);
   ASSERT_TRUE(back);
   EXPECT_EQ(back->number, 12);
   EXPECT_EQ(back->time_us, frame.time_us);
@@ -103,8 +91,7 @@ TEST(Wire, OversizedFrameIsCutToFitImagesFirst) {
   frame.images.resize(kMaxMessage / sizeof(ZORImage) + 10);
   const Bytes bytes = EncodeFrame(frame);
   EXPECT_LE(bytes.size() - 4, kMaxMessage);
-  auto s = SplitMessage(bytes);
-  auto back = DecodeFrame(s.payload, s.size);
+  auto back = RoundTrip(bytes, Type::kFrame, DecodeFrame);
   ASSERT_TRUE(back);
   EXPECT_EQ(back->markers.size(), 10u);
   EXPECT_LT(back->images.size(), frame.images.size());
