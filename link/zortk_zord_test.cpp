@@ -1,6 +1,5 @@
 // The session against a real zord on loopback: complete frames, the server's
-// clock rewound, silent or paused, the server ending or dying, refused and
-// slave connections.
+// clock rewound, silent or paused, the server ending or dying, slave connections.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -169,19 +168,6 @@ TEST_F(ZordSessionTest, StoppedServerEndsTheSessionAndAKilledOneBreaksTheLink) {
   EXPECT_EQ(EndServer([&] { zord->Kill(); }), "");
   EXPECT_NE(zor.lastError, ZOR_NO_ERROR);
   EXPECT_NE(zor.lastError, ZOR_FINISHED);
-}
-
-TEST_F(ZordSessionTest, RefusedConnectionTexts) {
-  const std::string server = "127.0.0.1:" + std::to_string(zortest::FreePort());
-  settings.server = server;
-  const int32_t result = zor.Init(settings, true, true);
-  EXPECT_EQ(result, -10061);
-  EXPECT_FALSE(zor.connected());
-  EXPECT_EQ(ZOR::ErrorText(result, kErrorInitConsole, server),
-            "error: Initialization failed connecting to " + server + " (Connection Refused)");
-  EXPECT_EQ(ZOR::ErrorText(result, kErrorInitDialog, server),
-            "Initialzation failed connecting to " + server +
-                ". (Connection Refused) \nPlease check that zord is running on " + server + ".");
 }
 
 TEST_F(ZordSessionTest, SlaveSendsNoTrackersAndNoRateToARunningServer) {

@@ -152,18 +152,6 @@ TEST_F(ViewHarness, WheelZoomsAndWithControlTowardsThePointer) {
   EXPECT_LT(view_->camera().centre[0], 15);
 }
 
-TEST_F(ViewHarness, SelectionSetsAndEscape) {
-  QTest::mouseClick(view_, Qt::LeftButton, {}, OnScreen(0));
-  view_->sl_Select(3);  // stores
-  view_->sl_ClearSelections();
-  EXPECT_TRUE(view_->selection().Empty());
-  view_->sl_Select(3);  // recalls
-  EXPECT_EQ(view_->selection().markers, std::vector<int>{0});
-  view_->sl_ClearSelections();
-  view_->sl_ClearSelections();  // a second Escape forgets the sets
-  EXPECT_FALSE(view_->selection().SetStored(3));
-}
-
 TEST_F(ViewHarness, TwoDViewClickTogglesACamera) {
   SyntheticScene scene;
   scene.markers = 5;
