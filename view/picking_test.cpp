@@ -135,43 +135,34 @@ TEST(Manipulator, ZRingTurnsAboutZAndDraggingBackLeavesThePose) {
   EXPECT_NEAR(m.CurrentPose()[6], std::sin(M_PI / 4), 1e-5);
 }
 
-TEST(Manipulator, EdgeOnRingGrabsOnTheSphere) {
-  Manipulator m;
-  m.Attach(Pose{}, 1);
-  // The X ring's normal (+X) is square to a view along -Z: edge-on.
-  ASSERT_TRUE(m.Press(kNameRingX, RayThrough(0, 1)));
-  EXPECT_NEAR(m.startDirection[0], 0, 1e-6);  // in the ring's plane (YZ)
-  EXPECT_NEAR(m.startDirection.length(), 1, 1e-5);
-  EXPECT_GT(m.startDirection[1], 0);
-}
-
-TEST(Manipulator, AntiparallelDragReportsAndKeepsTheRotation) {
-  Manipulator m;
-  m.Attach(Pose{}, 1);
-  ASSERT_TRUE(m.Press(kNameRingZ, RayThrough(1, 0)));
-  testing::internal::CaptureStdout();
-  m.Drag(RayThrough(-1, 0));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Released(): cross prod has no length...\n");
-  EXPECT_TRUE(equals(m.CurrentPose(), Pose{}));
-}
-
-TEST(Manipulator, OnlyRingsOfAnAttachedBodyArePressed) {
+TEST(Manipulator, RingsOfAnAttachedBodyOnly) {
+  EXPECT_FALSE(Manipulator().Press(kNameRingZ, RayThrough(1, 0)));
   Manipulator m;
   m.Attach(Pose{}, 1);
   EXPECT_FALSE(m.Press(20, RayThrough(1, 0)));
   EXPECT_FALSE(m.Drag(RayThrough(0, 1)));  // nothing held
   EXPECT_FALSE(m.Release());
-  EXPECT_FALSE(Manipulator().Press(kNameRingZ, RayThrough(1, 0)));
-}
 
-TEST(Manipulator, FreeRotationTurnsAboutTheViewAxis) {
-  Manipulator m;
-  m.Attach(Pose{}, 1);
+  // A drag to the opposite side says so and keeps the rotation.
+  ASSERT_TRUE(m.Press(kNameRingZ, RayThrough(1, 0)));
+  testing::internal::CaptureStdout();
+  m.Drag(RayThrough(-1, 0));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Released(): cross prod has no length...\n");
+  EXPECT_TRUE(equals(m.CurrentPose(), Pose{}));
+  m.Release();
+
+  // The X ring's normal (+X) is square to a view along -Z: edge-on, it is
+  // grabbed on the sphere, in the ring's plane (YZ).
+  ASSERT_TRUE(m.Press(kNameRingX, RayThrough(0, 1)));
+  EXPECT_NEAR(m.startDirection[0], 0, 1e-6);
+  EXPECT_NEAR(m.startDirection.length(), 1, 1e-5);
+  EXPECT_GT(m.startDirection[1], 0);
+  m.Release();
+
+  // The free ring turns about the view axis (the plane faces the viewer).
   ASSERT_TRUE(m.Press(kNameRingFree, RayThrough(0, 0.001f)));
-  // Normal from the eye to the pointer point is almost -Z: the plane faces us.
   m.Drag(RayThrough(0.001f, 0));
-  const Pose p = m.CurrentPose();
-  EXPECT_NEAR(std::fabs(p[6]), std::sin(M_PI / 4), 1e-3);
+  EXPECT_NEAR(std::fabs(m.CurrentPose()[6]), std::sin(M_PI / 4), 1e-3);
 }
 
 TEST(SceneText, LabelsWarningsAndTitles) {
@@ -180,11 +171,7 @@ TEST(SceneText, LabelsWarningsAndTitles) {
   ZORCamera c{};
   c.id = 10;
   ZORDetector d{};
-  d.state = 1;
-  d.detections = 4;
-  d.focal = 1400;
-  d.exposure = 500;
-  d.temperature = 41.5f;
+  d.state = 1, d.detections = 4, d.focal = 1400, d.exposure = 500, d.temperature = 41.5f;
   EXPECT_EQ(SceneView::CameraCellTitle(c, &d), "0B:01  [ 4.0  1400.0  500.0  41.5 ]");
 }
 
