@@ -25,7 +25,6 @@ class FakeEngine : public Engine {
   std::atomic<int> request_delay_ms{0};
   std::atomic<int> requests{0};
   std::atomic<int> open_sessions{0};
-  std::atomic<bool> saw_want_images{false};
 
   mutable std::mutex mu;
   std::vector<float> last_marker_floats;
@@ -41,10 +40,7 @@ class FakeEngine : public Engine {
     for (int i = 0; i < markers_per_frame; ++i)
       out.markers.push_back({(1 << 12) | i, number, float(number), float(i), 0, 1, 2});
     out.rigids.push_back({2, number, {10, 20, 30, 1, 0, 0, 0}, 1, 3});
-    if (out.want_images) {
-      saw_want_images = true;
-      out.images.push_back({0, number, 7, 1, 2, 3, 1, 0});
-    }
+    if (out.want_images) out.images.push_back({0, number, 7, 1, 2, 3, 1, 0});
     if (out.want_detectors) out.detectors.push_back({0, number, 1, 640, 480, 500, 100, 30, 0, 0});
   }
   std::vector<ZORCamera> Cameras() const override {

