@@ -116,24 +116,32 @@ float SceneView::PositionScale() const {
   return options_.viewScale / units_per_mm;
 }
 
-void SceneView::FocusSelection() {
-  if (!session_) return;
+// Middle of the selected markers (only those seen this frame when
+// `seenOnly`) and, unless `withRigids` is false, of the selected bodies.
+bool SceneView::SelectionMiddle(bool seenOnly, bool withRigids, Vec3* middle) const {
+  if (!session_) return false;
   Vec3 sum;
   int n = 0;
   for (int i : selection_.AllMarkers()) {
     if (i < 0 || size_t(i) >= session_->markers.size()) continue;
     const ZORMarker& m = session_->markers[i];
+    if (seenOnly && !(m.cond > 0)) continue;
     sum = Add(sum, Scaled(m.x, m.y, m.z, PositionScale()));
     ++n;
   }
   for (int i : selection_.rigids) {
-    if (i < 0 || size_t(i) >= session_->rigids.size()) continue;
+    if (!withRigids || i < 0 || size_t(i) >= session_->rigids.size()) continue;
     const float* p = session_->rigids[i].pose;
     sum = Add(sum, Scaled(p[0], p[1], p[2], PositionScale()));
     ++n;
   }
-  if (n == 0) return;
-  camera_.wantedCentre = sum.scale(1.0f / n);
+  if (n == 0) return false;
+  *middle = sum.scale(1.0f / n);
+  return true;
+}
+
+void SceneView::FocusSelection() {
+  if (!SelectionMiddle(false, true, &camera_.wantedCentre)) return;
   camera_.ApplyBounds();
 }
 
@@ -171,21 +179,8 @@ void SceneView::AttachManipulator() {
 }
 
 void SceneView::UpdateFollow() {
-  followValid_ = false;
-  if (!session_) return;
-  Vec3 sum;
-  int n = 0;
-  for (int i : selection_.AllMarkers()) {
-    if (i < 0 || size_t(i) >= session_->markers.size()) continue;
-    const ZORMarker& m = session_->markers[i];
-    if (!(m.cond > 0)) continue;
-    sum = Add(sum, Scaled(m.x, m.y, m.z, PositionScale()));
-    ++n;
-  }
-  if (n == 0) return;
-  followPoint_ = sum.scale(1.0f / n);
-  followValid_ = true;
-  if (draw.follow) camera_.wantedCentre = followPoint_;
+  followValid_ = SelectionMiddle(true, false, &followPoint_);
+  if (followValid_ && draw.follow) camera_.wantedCentre = followPoint_;
 }
 
 // ---------------------------------------------------------------- picking

@@ -155,6 +155,7 @@ class SceneView {
   void Pan(const MouseState& m);
   bool PointerRayAt(int x, int y, PointerRay& ray, const Vec3& depthOf);
   void UpdateFollow();
+  bool SelectionMiddle(bool seenOnly, bool withRigids, Vec3* middle) const;
   void AttachManipulator();
 
   // Drawing (scene_draw.cpp).
