@@ -2,19 +2,16 @@
 // with their styles.
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
 #include <QTextEdit>
 
 #include "calib/status_panel.h"
+#include "testing/qt_app_test.h"
 
 namespace {
 
-int gArgc = 1;
-char gName[] = "status_panel_test";
-char* gArgv[] = {gName, nullptr};
 
 ConnectionSettings Settings(uint32_t flags) {
   ConnectionSettings s;
@@ -62,18 +59,7 @@ TEST(StatusTagsTest, TagsBecomeClassedElements) {
   EXPECT_EQ(TranslateStatusTags("<div><strong>x</strong></div>"), "<div><strong>x</strong></div>");
 }
 
-class StatusPanelTest : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    if (!QApplication::instance()) app_ = new QApplication(gArgc, gArgv);
-  }
-  static void TearDownTestSuite() {
-    delete app_;
-    app_ = nullptr;
-  }
-  static QApplication* app_;
-};
-QApplication* StatusPanelTest::app_ = nullptr;
+using StatusPanelTest = zortest::QtAppTest;
 
 // The character format at the first occurrence of `text` in the view.
 QTextCharFormat FormatAt(QTextEdit* view, const QString& text) {

@@ -3,7 +3,6 @@
 // running zord.
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QSignalSpy>
@@ -15,12 +14,10 @@
 
 #include "link/config_toolbar.h"
 #include "testing/zord_process.h"
+#include "testing/qt_app_test.h"
 
 namespace {
 
-int gArgc = 1;
-char gName[] = "config_toolbar_test";
-char* gArgv[] = {gName, nullptr};
 
 std::string ReadAll(const std::string& path) {
   std::ifstream in(path);
@@ -126,15 +123,8 @@ TEST(McclientTest, SettingsPrintThemselves) {
 
 // --- The dock -----------------------------------------------------------------
 
-class ConfigToolbarTest : public testing::Test {
+class ConfigToolbarTest : public zortest::QtAppTest {
  protected:
-  static void SetUpTestSuite() {
-    if (!QApplication::instance()) app_ = new QApplication(gArgc, gArgv);
-  }
-  static void TearDownTestSuite() {
-    delete app_;
-    app_ = nullptr;
-  }
   // The dock reads and writes $HOME/.mcclient: each test gets a fresh home.
   void SetUp() override { setenv("HOME", home_.path().c_str(), 1); }
   std::unique_ptr<ConfigToolbar> Make(ConfigToolbar::Options options = {}) {
@@ -143,11 +133,9 @@ class ConfigToolbarTest : public testing::Test {
     out_ = testing::internal::GetCapturedStdout();
     return t;
   }
-  static QApplication* app_;
   zortest::TempDir home_;
   std::string out_;
 };
-QApplication* ConfigToolbarTest::app_ = nullptr;
 
 TEST_F(ConfigToolbarTest, BuiltWithoutAFileCommandLineServerFirst) {
   auto t = Make();

@@ -1,32 +1,18 @@
 // The small widgets as a user drives them, and the built-in images.
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QSignalSpy>
 #include <QTest>
 
 #include "widgets/embedded_images.h"
 #include "widgets/label_button.h"
 #include "widgets/separator.h"
+#include "testing/qt_app_test.h"
 
 namespace {
 
-int gArgc = 1;
-char gName[] = "widgets_test";
-char* gArgv[] = {gName, nullptr};
 
-class WidgetsTest : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    if (!QApplication::instance()) app_ = new QApplication(gArgc, gArgv);
-  }
-  static void TearDownTestSuite() {
-    delete app_;
-    app_ = nullptr;
-  }
-  static QApplication* app_;
-};
-QApplication* WidgetsTest::app_ = nullptr;
+using WidgetsTest = zortest::QtAppTest;
 
 void Send(QWidget* w, QEvent::Type type, QPoint p, Qt::MouseButtons held) {
   QMouseEvent e(type, p, w->mapToGlobal(p), Qt::LeftButton, held, Qt::NoModifier);
