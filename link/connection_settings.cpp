@@ -7,6 +7,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "link/save_file.h"
 #include "zorsock/zorsock.h"
 
 namespace {
@@ -119,10 +120,7 @@ std::string FormatMcclient(const McclientChoices& c) {
 }
 
 bool WriteMcclient(const std::string& path, const McclientChoices& choices) {
-  std::ofstream file(path, std::ios::trunc);
-  if (!file) return false;
-  file << FormatMcclient(choices);
-  return static_cast<bool>(file.flush());
+  return SaveFileAtomically(path, FormatMcclient(choices));
 }
 
 std::string DisplayNameOf(const std::string& description) {
