@@ -8,7 +8,7 @@
 #include <iostream>
 #include <string>
 
-#include "zord/sim_engine.h"
+#include "zord/room/sim_engine.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <iostream>
 
-#include "zord/server.h"
-#include "zord/sim_engine.h"
+#include "zord/server/server.h"
+#include "zord/room/sim_engine.h"
 
 int main(int argc, char** argv) {
   zord::ServerOptions server;

@@ -1,4 +1,4 @@
-#include "zord/calibration_job.h"
+#include "zord/room/calibration_job.h"
 
 namespace zord {
 

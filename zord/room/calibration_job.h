@@ -12,8 +12,8 @@
 #include <thread>
 #include <vector>
 
-#include "zord/calibration_store.h"
-#include "zord/sim_capture.h"
+#include "zord/room/calibration_store.h"
+#include "zord/room/sim_capture.h"
 #include "zord/solver/wand_calibrator.h"
 
 namespace zord {

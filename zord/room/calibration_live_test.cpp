@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zord/live_test_support.h"
+#include "zord/server/live_test_support.h"
 #include "zord/solver/calib_accuracy.h"
 #include "zorsock/rpd_file.h"
 

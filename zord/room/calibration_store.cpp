@@ -1,4 +1,4 @@
-#include "zord/calibration_store.h"
+#include "zord/room/calibration_store.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 
 namespace zord {
 namespace {

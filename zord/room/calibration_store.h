@@ -8,7 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zord/sim_pose.h"
+#include "zord/room/sim_pose.h"
 #include "zord/solver/camera_model.h"
 
 namespace zord {

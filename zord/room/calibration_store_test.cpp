@@ -1,11 +1,11 @@
-#include "zord/calibration_store.h"
+#include "zord/room/calibration_store.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "testing/zord_process.h"
-#include "zord/sim_testing.h"
+#include "zord/room/sim_testing.h"
 
 namespace zord {
 namespace {

@@ -1,4 +1,4 @@
-#include "zord/detect.h"
+#include "zord/room/detect.h"
 
 #include <algorithm>
 

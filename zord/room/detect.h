@@ -8,8 +8,8 @@
 
 #include <Eigen/Core>
 
-#include "zord/scene.h"
-#include "zord/sim_random.h"
+#include "zord/room/scene.h"
+#include "zord/room/sim_random.h"
 #include "zorsock/zorsock.h"
 
 namespace zord {

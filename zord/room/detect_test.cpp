@@ -1,10 +1,10 @@
-#include "zord/detect.h"
+#include "zord/room/detect.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "zord/sim_testing.h"
+#include "zord/room/sim_testing.h"
 
 namespace zord {
 namespace {

@@ -1,4 +1,4 @@
-#include "zord/operator.h"
+#include "zord/room/operator.h"
 
 #include <cmath>
 #include <stdexcept>

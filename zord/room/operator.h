@@ -10,7 +10,7 @@
 #include <Eigen/Core>
 #include <nlohmann/json.hpp>
 
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 
 namespace zord {
 

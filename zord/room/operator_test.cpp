@@ -1,10 +1,10 @@
-#include "zord/operator.h"
+#include "zord/room/operator.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "zord/sim_testing.h"
+#include "zord/room/sim_testing.h"
 
 namespace zord {
 namespace {

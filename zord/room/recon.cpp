@@ -1,4 +1,4 @@
-#include "zord/recon.h"
+#include "zord/room/recon.h"
 
 #include <cmath>
 

@@ -9,7 +9,7 @@
 #include <Eigen/Core>
 #include <Eigen/Geometry>
 
-#include "zord/detect.h"
+#include "zord/room/detect.h"
 #include "zord/solver/camera_model.h"
 
 namespace zord {

@@ -1,8 +1,8 @@
-#include "zord/recon.h"
+#include "zord/room/recon.h"
 
 #include <gtest/gtest.h>
 
-#include "zord/sim_testing.h"
+#include "zord/room/sim_testing.h"
 
 namespace zord {
 namespace {

@@ -1,4 +1,4 @@
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 
 #include <cmath>
 #include <fstream>
@@ -10,7 +10,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zord/sim_random.h"
+#include "zord/room/sim_random.h"
 
 namespace zord {
 namespace {

@@ -11,7 +11,7 @@
 #include <Eigen/Core>
 #include <Eigen/Geometry>
 
-#include "zord/sim_pose.h"
+#include "zord/room/sim_pose.h"
 #include "zord/solver/camera_model.h"
 
 namespace zord {

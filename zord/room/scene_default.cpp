@@ -1,6 +1,6 @@
 // The built-in scene, used when zord is given no scene file. Kept identical to
 // data/scenes/default.json (a test compares them).
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 
 namespace zord {
 

@@ -1,4 +1,4 @@
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "testing/zord_process.h"
-#include "zord/sim_testing.h"
+#include "zord/room/sim_testing.h"
 
 namespace zord {
 namespace {

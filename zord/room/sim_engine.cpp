@@ -1,9 +1,9 @@
-#include "zord/sim_engine.h"
+#include "zord/room/sim_engine.h"
 
 #include <cmath>
 #include <iostream>
 
-#include "zord/truth.h"
+#include "zord/room/truth.h"
 
 namespace zord {
 

@@ -13,15 +13,15 @@
 #include <string>
 #include <vector>
 
-#include "zord/calibration_job.h"
-#include "zord/calibration_store.h"
-#include "zord/detect.h"
-#include "zord/engine.h"
-#include "zord/operator.h"
-#include "zord/recon.h"
-#include "zord/scene.h"
-#include "zord/sim_capture.h"
-#include "zord/trackers.h"
+#include "zord/room/calibration_job.h"
+#include "zord/room/calibration_store.h"
+#include "zord/room/detect.h"
+#include "zord/server/engine.h"
+#include "zord/room/operator.h"
+#include "zord/room/recon.h"
+#include "zord/room/scene.h"
+#include "zord/room/sim_capture.h"
+#include "zord/room/trackers.h"
 
 namespace zord {
 

@@ -4,7 +4,7 @@
 // working calibration at once.
 #include <iostream>
 
-#include "zord/sim_engine.h"
+#include "zord/room/sim_engine.h"
 
 namespace zord {
 

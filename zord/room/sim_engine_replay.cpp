@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iostream>
 
-#include "zord/sim_engine.h"
+#include "zord/room/sim_engine.h"
 
 namespace zord {
 

@@ -5,8 +5,8 @@
 #include <exception>
 #include <iostream>
 
-#include "zord/sim_engine.h"
-#include "zord/truth.h"
+#include "zord/room/sim_engine.h"
+#include "zord/room/truth.h"
 
 namespace zord {
 namespace {

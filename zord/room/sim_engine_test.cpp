@@ -2,7 +2,7 @@
 // images against the simulation's truth, requests and their errors, the
 // calibration state and its files, and the calibration run beside the clock.
 // Heavy (SERIAL): the solver uses both cores for a while.
-#include "zord/sim_engine.h"
+#include "zord/room/sim_engine.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +13,8 @@
 #include <thread>
 
 #include "testing/zord_process.h"
-#include "zord/live_test_support.h"
-#include "zord/sim_testing.h"
+#include "zord/server/live_test_support.h"
+#include "zord/room/sim_testing.h"
 #include "zord/solver/calib_accuracy.h"
 
 namespace zord {

@@ -1,4 +1,4 @@
-#include "zord/sim_random.h"
+#include "zord/room/sim_random.h"
 
 #include <cmath>
 

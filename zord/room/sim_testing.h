@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "zord/scene.h"
+#include "zord/room/scene.h"
 #include "zorsock/zorsock.h"
 
 namespace zord::testing {

@@ -1,4 +1,4 @@
-#include "zord/trackers.h"
+#include "zord/room/trackers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "zord/truth.h"
+#include "zord/room/truth.h"
 
-#include "zord/calibration_store.h"
+#include "zord/room/calibration_store.h"
 
 namespace zord {
 namespace {

@@ -5,8 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zord/operator.h"
-#include "zord/scene.h"
+#include "zord/room/operator.h"
+#include "zord/room/scene.h"
 
 namespace zord {
 

@@ -1,4 +1,4 @@
-#include "zord/discovery.h"
+#include "zord/server/discovery.h"
 
 #include <cstdio>
 

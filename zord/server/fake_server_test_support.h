@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "zord/server.h"
-#include "zord/server_test_support.h"
+#include "zord/server/server.h"
+#include "zord/server/server_test_support.h"
 #include "zorsock/library.h"
 
 #include <gtest/gtest.h>

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "testing/zord_process.h"
-#include "zord/server_test_support.h"
+#include "zord/server/server_test_support.h"
 #include "zorsock/control.h"
 
 #include <gtest/gtest.h>

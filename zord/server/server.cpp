@@ -1,4 +1,4 @@
-#include "zord/server.h"
+#include "zord/server/server.h"
 
 #include <unistd.h>
 

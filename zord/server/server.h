@@ -14,11 +14,11 @@
 #include <thread>
 #include <vector>
 
-#include "zord/discovery.h"
-#include "zord/engine.h"
-#include "zord/server_clock.h"
-#include "zord/server_requests.h"
-#include "zord/server_session.h"
+#include "zord/server/discovery.h"
+#include "zord/server/engine.h"
+#include "zord/server/server_clock.h"
+#include "zord/server/server_requests.h"
+#include "zord/server/server_session.h"
 
 namespace zord {
 

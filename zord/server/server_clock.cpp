@@ -1,4 +1,4 @@
-#include "zord/server_clock.h"
+#include "zord/server/server_clock.h"
 
 namespace zord {
 

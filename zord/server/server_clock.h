@@ -12,7 +12,7 @@
 #include <mutex>
 #include <thread>
 
-#include "zord/engine.h"
+#include "zord/server/engine.h"
 
 namespace zord {
 

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <nlohmann/json.hpp>
 
-#include "zord/live_test_support.h"
+#include "zord/server/live_test_support.h"
 #include "zorsock/wire.h"
 
 namespace {

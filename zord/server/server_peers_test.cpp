@@ -6,7 +6,7 @@
 #include <asio.hpp>
 #include <thread>
 
-#include "zord/fake_server_test_support.h"
+#include "zord/server/fake_server_test_support.h"
 #include "zorsock/wire.h"
 
 namespace zord {

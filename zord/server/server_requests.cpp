@@ -1,4 +1,4 @@
-#include "zord/server_requests.h"
+#include "zord/server/server_requests.h"
 
 #include <nlohmann/json.hpp>
 

@@ -10,8 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "zord/engine.h"
-#include "zord/server_clock.h"
+#include "zord/server/engine.h"
+#include "zord/server/server_clock.h"
 #include "zorsock/wire.h"
 
 namespace zord {

@@ -1,4 +1,4 @@
-#include "zord/server_session.h"
+#include "zord/server/server_session.h"
 
 namespace zord {
 

@@ -12,8 +12,8 @@
 #include <memory>
 #include <string>
 
-#include "zord/engine.h"
-#include "zord/server_requests.h"
+#include "zord/server/engine.h"
+#include "zord/server/server_requests.h"
 #include "zorsock/wire.h"
 
 namespace zord {

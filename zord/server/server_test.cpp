@@ -2,7 +2,7 @@
 // on loopback with a small scripted engine, driven through the zor* calls.
 #include <gtest/gtest.h>
 
-#include "zord/fake_server_test_support.h"
+#include "zord/server/fake_server_test_support.h"
 #include "zorsock/control.h"
 
 namespace zord {
