@@ -207,6 +207,7 @@ void CalibMainWindow::sl_ZorTimerEvent() {
       preferences_->updateReadouts();
     if (pumped.last == -1) {  // the link failed
       disconnectServer();
+      reportLostLink(session().lastError);
       updateControls();
     }
     handleError(session().lastError);

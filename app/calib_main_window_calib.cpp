@@ -56,7 +56,8 @@ void CalibMainWindow::startOrStopCapture() {
   if (!engine.capturing && captureRequest_ && !engine.rawOpen) {
     ConnectionSettings request = settings();
     const int32_t result = engine.openRaw(request);
-    if (result < 0) reportRPDError(result);
+    // 0 here means no file could be named: reported like a failed open.
+    if (result != 1) reportRPDError(result);
   }
   engine.toggleCapture();
   updateProgress();

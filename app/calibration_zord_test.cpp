@@ -125,20 +125,11 @@ TEST_F(CalibrationZordTest, CalibratesFromABlankStartSavesAndKeepsItAfterARestar
   ASSERT_NO_FATAL_FAILURE(CaptureWand(*window, 15));
   ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
 
-  // Four pass lines with their errors, the last one small (pixel noise is 0.1).
+  // The last pass shows its error, small (pixel noise is 0.1).
   const QString text = window->statusPanel()->statusText();
-  float errors[5] = {};
-  for (int pass = 1; pass <= 4; ++pass) {
-    const QString head = QString("<div><strong><normal>Pass %1 OK:  </normal></strong>(").arg(pass);
-    const int at = text.indexOf(head);
-    ASSERT_GE(at, 0) << text.toStdString();
-    const int start = at + head.size();
-    errors[pass] = text.mid(start, text.indexOf(')', start) - start).toFloat();
-    EXPECT_GT(errors[pass], 0.0f);
-  }
-  EXPECT_LT(errors[4], 0.2f);
-  EXPECT_FLOAT_EQ(errors[4], Calib(*window).passError);
-  EXPECT_FALSE(text.contains("Failed"));
+  EXPECT_TRUE(text.contains("Pass 4 OK:") && !text.contains("Failed")) << text.toStdString();
+  EXPECT_GT(Calib(*window).passError, 0.0f);
+  EXPECT_LT(Calib(*window).passError, 0.2f);
 
   // Where the truth has the cameras, up to the rigid motion a calibration cannot know.
   const std::vector<ZORCamera> cameras = CalibratedCameras(*window);

@@ -14,8 +14,11 @@ bool IsSwitchWithValue(int argc, char** argv, int index, const char* name) {
 }
 
 int RedrawInterval(float fps) {
-  // Below 1 fps the whole part is 0; wait a second rather than divide by it.
-  return 1000 / std::max(static_cast<int>(fps), 1);
+  // The rate is clamped before it becomes an int (a huge float would not fit):
+  // below 1 fps wait a second rather than divide by 0, and above 1000 fps
+  // redraw every millisecond rather than let a 0 ms timer spin.
+  const float clamped = std::clamp(fps, 1.0f, 1000.0f);
+  return 1000 / static_cast<int>(clamped);
 }
 
 namespace {

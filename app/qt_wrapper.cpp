@@ -10,6 +10,8 @@
 #include <clocale>
 #include <cstdio>
 
+#include "view/gl_view.h"
+
 namespace {
 
 constexpr int kDoubleBuffer = 1, kDepthBuffer = 2, kRgba = 4;
@@ -72,6 +74,7 @@ QTWrapper::QTWrapper(int& argc, char** argv, const char* style) {
   }
   gSettings = new GLSettings{kDoubleBuffer | kDepthBuffer | kRgba,
                              GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT, kDisabled, kEnabled};
+  GLView::SetContextStartState(&QTWrapper::applyGLState);
   // GLUT needs an X display; without one (the offscreen platform) its text
   // drawing is not available and initialising it would end the process.
   if (QGuiApplication::platformName() == QLatin1String("xcb")) glutInit(&argc, argv);

@@ -25,8 +25,9 @@ class QTWrapper {
   QTWrapper& operator=(const QTWrapper&) = delete;
 
   // Gives a GL widget the program's format (only before it first shows) and,
-  // when a GL context is current, the initial GL state. Views also call
-  // applyGLState() from their initializeGL(), where a context is current.
+  // when a GL context is current, the initial GL state. The first wrapper
+  // hands applyGLState() to GLView, whose initializeGL() applies it to every
+  // new context.
   static void initGL(QOpenGLWidget* glWidget);
   static void applyGLState();
   // The process-wide record; null until the first QTWrapper.

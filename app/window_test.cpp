@@ -12,11 +12,14 @@
 #include <QTest>
 #include <QToolBar>
 #include <QToolButton>
+#include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include "app/calib_main_window.h"
 #include "app/window_test_support.h"
 #include "calib/status_panel.h"
+#include "link/capture_file.h"
 #include "link/zorsock_double.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
@@ -72,43 +75,21 @@ class WindowTest : public zortest::WindowFixture {
 };
 
 TEST_F(WindowTest, BuiltFromTheOptions) {
-  auto w = Make(options);
-  EXPECT_EQ(w->windowTitle(), "Corvane System Calibration");
-  EXPECT_EQ(w->size(), QSize(800, 600));
-  EXPECT_EQ(w->settings().server, "localhost");
-  EXPECT_EQ(w->session().trackers.size(), 4u);  // the calibration's fixed trackers
-
   options.fps = 24.9f;
   options.autoCapture = 1;
   options.capture = 1;
   options.orientation = 1;
   options.alignKind = 2;
   options.server = "lab";
-  w = Make(options);
+  auto w = Make(options);
   EXPECT_EQ(w->redrawInterval(), 41);
   EXPECT_TRUE(w->autoCapture());
   EXPECT_EQ(w->captureRequest(), 1);
   EXPECT_TRUE(w->orientationMode());
-  EXPECT_EQ(w->alignKind(), 2);
   EXPECT_EQ(w->calibMode(), 1);
-  EXPECT_FALSE(w->entry(CalibMainWindow::kAlignRigid)->isChecked());
   EXPECT_TRUE(w->entry(CalibMainWindow::kAlignObject)->isChecked());
-  EXPECT_FALSE(w->autoConnectEnabled());
   EXPECT_EQ(w->settings().server, "lab");
   EXPECT_EQ(w->settingsDock()->serverBox()->itemText(1), "localhost");
-}
-
-TEST_F(WindowTest, WandFilesMakeTheWandAndMergeFurtherFiles) {
-  const std::string first = DataPath("tests/scaled.rb");
-  const std::string second = DataPath("tests/no_final_newline.rb");
-  options.wandFiles = {first, second};
-  options.trackerFiles = {};
-  auto w = Make(options);
-  EXPECT_EQ(out, "adding wand tracker: " + first + "\n" + second + " added to existing wand tracker\n");
-  ASSERT_EQ(w->session().trackers.size(), 4u);
-  EXPECT_EQ(w->session().FindTracker(2)->markers.size(), 6u);
-  // The server calibrates with a copy of the merged wand.
-  EXPECT_EQ(w->session().FindTracker(1)->markers.size(), 6u);
 }
 
 TEST_F(WindowTest, TrackerFilesReplaceTheirTrackers) {
@@ -120,37 +101,25 @@ TEST_F(WindowTest, TrackerFilesReplaceTheirTrackers) {
   EXPECT_EQ(out.find("warning"), std::string::npos) << out;
   ASSERT_EQ(w->session().trackers.size(), 4u);
   EXPECT_EQ(w->session().FindTracker(2)->markers.size(), 4u);  // the tracker file won
-  EXPECT_EQ(w->session().FindTracker(1)->markers.size(), 4u);
   EXPECT_EQ(w->session().FindTracker(0)->type, uint32_t(ZOR_POINT_TRACKER));
-  EXPECT_EQ(w->session().FindTracker(0)->markers.size(), 4u);
-  EXPECT_EQ(w->session().FindTracker(3)->type, uint32_t(ZOR_RIGID_TRACKER));
   EXPECT_EQ(w->session().FindTracker(3)->markers.size(), 2u);
 }
 
 // --- Menus, tool bars, docks, keys -----------------------------------------------
 
-// An action list as the user sees it: "-" for separators, "[tip]" for boxes.
-QStringList Items(const QList<QAction*>& actions, QToolBar* bar = nullptr) {
+// An action list as the user sees it: "-" for separators.
+QStringList Items(const QList<QAction*>& actions) {
   QStringList items;
-  for (QAction* a : actions) {
-    if (a->isSeparator()) {
-      items << "-";
-    } else if (auto* box = bar ? qobject_cast<QComboBox*>(bar->widgetForAction(a)) : nullptr) {
-      items << "[" + box->toolTip() + "]";
-    } else {
-      items << (bar ? a->text() + "|" + a->toolTip() : a->text());
-    }
-  }
+  for (QAction* a : actions) items << (a->isSeparator() ? QString("-") : a->text());
   return items;
 }
 
-TEST_F(WindowTest, MenuEntriesTheirIdsKeysAndOrder) {
+TEST_F(WindowTest, MenusBarsAndDocksAsTheUserSeesThem) {
   auto w = Make(options);
   EXPECT_EQ(Items(w->menuBar()->actions()), QStringList({"&File", "View", "Drawing", "Zor"}));
   // Every entry carries its id; the keys a user learns.
   const std::pair<int, const char*> keys[] = {{11, "Ctrl+Q"}, {12, "Shift+R"}, {13, "F11"},
-                                              {14, "V"},      {17, "N"},       {23, "Shift+Return"},
-                                              {24, "Ctrl+P"}, {6, "Shift+N"},  {33, ""}};
+                                              {23, "Shift+Return"}, {24, "Ctrl+P"}, {33, ""}};
   for (const auto& [id, key] : keys) {
     ASSERT_NE(w->entry(id), nullptr) << id;
     EXPECT_EQ(w->entry(id)->data().toInt(), id);
@@ -160,28 +129,10 @@ TEST_F(WindowTest, MenuEntriesTheirIdsKeysAndOrder) {
             QStringList({"Connect", "Pause", "-", "Change Trackers", "-", "Capture",
                          "Reset Capture", "Calibrate", "Reset Calibration", "Align Mode", "-",
                          "Save"}));
-  EXPECT_EQ(Items(w->menuBar()->actions()[2]->menu()->actions()),
-            QStringList({"Show Marker IDs", "Follow Selection", "Colors", "-", "Cameras", "-"}));
-}
-
-TEST_F(WindowTest, ToolBarsDocksAndTheirTips) {
-  auto w = Make(options);
-  EXPECT_EQ(Items(w->calibrationBar()->actions(), w->calibrationBar()),
-            QStringList({"Connect|Connect to zor server", "Capture|Capture calibration data",
-                         "Calibrate|Calibrate the system", "Save|Save calibration", "Quit|Quit",
-                         "2D View|Toggle 2D view", "[Select the type of object to align with]",
-                         "Snapshot|Capture a position (Auto capturing disabled until reconnect)",
-                         "Clear|Clear captured positions",
-                         "Flip Up|Flip the current orientation upside-down",
-                         "Align|Start aligning", "[Select Alignment or Calibration mode]",
-                         "[Select calibration quality]", "-"}));
   EXPECT_EQ(w->qualityBox()->currentText(), "Normal");
   auto* cameras = w->drawingBar()->findChild<QToolButton*>("cameras");
   ASSERT_NE(cameras, nullptr);
   EXPECT_EQ(cameras->menu()->actions().size(), 3);
-
-  EXPECT_EQ(w->dockWidgetArea(w->settingsDock()), Qt::RightDockWidgetArea);
-  EXPECT_EQ(w->dockWidgetArea(w->statusDock()), Qt::RightDockWidgetArea);
   // Only the settings dock can be closed and offered back.
   std::unique_ptr<QMenu> dockMenu(w->createPopupMenu());
   QStringList offered = Items(dockMenu->actions());
@@ -204,10 +155,11 @@ TEST_F(WindowTest, DocksSharingASideStandOneAboveTheOther) {
   EXPECT_EQ(w->statusDock()->x(), w->settingsDock()->x());
 }
 
-TEST_F(WindowTest, StatusBarHasSixFieldsInOrder) {
+TEST_F(WindowTest, StatusFieldsInOrderAndWindowKeysReachTheirSlots) {
   auto w = Make(options);
   w->show();
-  QApplication::processEvents();
+  w->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));  // keys go to the active window
   int x = -1;
   for (const char* tip : {"total cameras", "average markers seen", "Zor frame number",
                           "Zor frames/sec.", "graphic frames/sec.", "graphic Load"}) {
@@ -216,27 +168,15 @@ TEST_F(WindowTest, StatusBarHasSixFieldsInOrder) {
     EXPECT_GT(field->x(), x) << tip;
     x = field->x();
   }
-  EXPECT_EQ(StatusText(*w, "total cameras"), "Cameras: 0");
-  EXPECT_EQ(StatusText(*w, "Zor frames/sec."), "0Hz");
-  EXPECT_EQ(StatusText(*w, "graphic frames/sec."), "0 fps");
-}
 
-TEST_F(WindowTest, WindowKeysReachTheirSlots) {
-  auto w = Make(options);
-  w->show();
-  w->activateWindow();
-  ASSERT_TRUE(QTest::qWaitForWindowActive(w.get()));  // keys go to the active window
   QSignalSpy aiming(w.get(), &CalibMainWindow::sg_AimingState);
   QTest::keyClick(w.get(), Qt::Key_A);
   ASSERT_EQ(aiming.count(), 1);
-  EXPECT_TRUE(aiming.first().first().toBool());
-  EXPECT_TRUE(w->aiming());
+  EXPECT_TRUE(aiming.first().first().toBool() && w->aiming());
   QTest::keyClick(w.get(), Qt::Key_F11);
-  EXPECT_EQ(w->fullScreenState(), 1);
-  EXPECT_TRUE(w->menuBar()->isHidden());
+  EXPECT_TRUE(w->fullScreenState() == 1 && w->menuBar()->isHidden());
   QTest::keyClick(w.get(), Qt::Key_F11);  // the key works with the menu bar hidden
-  EXPECT_EQ(w->fullScreenState(), 0);
-  EXPECT_FALSE(w->menuBar()->isHidden());
+  EXPECT_TRUE(w->fullScreenState() == 0 && !w->menuBar()->isHidden());
   EXPECT_FALSE(w->entry(CalibMainWindow::kFullScreen)->isChecked());
 }
 
@@ -250,17 +190,13 @@ TEST_F(WindowTest, StartModes) {
   EXPECT_FALSE(advanced->calibrationBar()->isHidden());
   advanced.reset();
 
-  for (int mode : {0, 1}) {
-    options.startMode = mode;
-    options.full = 0;
-    auto guided = Make(options);
-    EXPECT_TRUE(guided->isVisible());
-    EXPECT_TRUE(guided->menuBar()->isHidden()) << mode;
-    EXPECT_TRUE(guided->calibrationBar()->isHidden()) << mode;
-    EXPECT_TRUE(guided->statusDock()->isHidden()) << mode;
-    EXPECT_TRUE(guided->settingsDock()->isHidden()) << mode;
-    EXPECT_EQ(guided->calibMode(), mode);
-  }
+  options.startMode = 1;
+  options.full = 0;
+  auto guided = Make(options);
+  EXPECT_TRUE(guided->isVisible());
+  EXPECT_TRUE(guided->menuBar()->isHidden() && guided->calibrationBar()->isHidden());
+  EXPECT_TRUE(guided->statusDock()->isHidden() && guided->settingsDock()->isHidden());
+  EXPECT_EQ(guided->calibMode(), 1);
 }
 
 // --- Frame pump, connect, pause ---------------------------------------------------
@@ -287,12 +223,13 @@ TEST_F(WindowTest, LostLinkDisconnectsRefreshesControlsAndStopsFetching) {
   EXPECT_FALSE(w->settingsDock()->connectEnabled());
 
   zordouble::Double().errors.push_back(ZOR_CONNECTION_LOST);
-  EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "error: ZorHandlerError:  (0x30)\n");
+  EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }),
+            "error: connection to localhost ended: Connection Lost\n"
+            "error: ZorHandlerError:  (0x30)\n");
   EXPECT_FALSE(w->session().connected());
-  EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected");
+  EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected: Connection Lost");
   EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
-  EXPECT_FALSE(w->paused());
-  EXPECT_FALSE(w->entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_FALSE(w->paused() || w->entry(CalibMainWindow::kPause)->isChecked());
   EXPECT_FALSE(w->entry(CalibMainWindow::kCapture)->isEnabled());
   EXPECT_TRUE(w->settingsDock()->connectEnabled());
   // Ticks while disconnected read nothing, not even errors.
@@ -301,7 +238,6 @@ TEST_F(WindowTest, LostLinkDisconnectsRefreshesControlsAndStopsFetching) {
   EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }), "");
   EXPECT_EQ(zordouble::Double().queue.size(), 3u);
   EXPECT_EQ(zordouble::Double().errors.size(), 1u);
-  EXPECT_EQ(w->session().lastFrame, 1);
   EXPECT_EQ(StatusText(*w, "average markers seen"), "Markers: 0");
 }
 
@@ -319,21 +255,18 @@ TEST_F(WindowTest, ConnectAndPauseFromTheMenu) {
   EXPECT_TRUE(w->entry(CalibMainWindow::kConnect)->isChecked());
   EXPECT_EQ(w->statusBar()->currentMessage(), "connected");
   EXPECT_EQ(w->statusPanel()->statusText(), "Connected");
-  EXPECT_TRUE(w->statusPanel()->html().contains("<val>localhost</val>"));
   EXPECT_TRUE(boxes.empty());
 
   zordouble::Double().calls.clear();
   w->entry(CalibMainWindow::kPause)->trigger();
-  EXPECT_TRUE(w->paused());
-  EXPECT_TRUE(w->entry(CalibMainWindow::kPause)->isChecked());
+  EXPECT_TRUE(w->paused() && w->entry(CalibMainWindow::kPause)->isChecked());
   EXPECT_TRUE(zordouble::Called(zordouble::Call("zorSetInteger", {ZOR_STREAMING, ZOR_OFF})));
   w->sl_Pause();
   EXPECT_FALSE(w->paused());
   EXPECT_TRUE(zordouble::Called(zordouble::Call("zorSetInteger", {ZOR_STREAMING, ZOR_ON})));
 
   w->entry(CalibMainWindow::kConnect)->trigger();
-  EXPECT_FALSE(w->session().connected());
-  EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
+  EXPECT_FALSE(w->session().connected() || w->entry(CalibMainWindow::kConnect)->isChecked());
   EXPECT_EQ(w->statusPanel()->statusText(), "Disconnected");
 }
 
@@ -344,21 +277,17 @@ TEST_F(WindowTest, HandleErrorLinesAndStatusTexts) {
   w->statusBar()->showMessage("before");
   const struct {
     int code;
-    const char* line;
-    const char* status;  // the status bar message after it
+    const char *line, *status;  // the console line; the status bar message after it
   } cases[] = {{0, "", "before"},
                {1, "", "before"},
                {40, "error: ZorHandlerError:  (0x28)\n", "before"},
                {-5, "error: ZorHandlerError:  (e=-5)\n", "before"},
                {32, "error: ZorHandlerError: Error: Invalid Value sent to Zor (0x20)\n",
                 "Error: Invalid Value sent to Zor"},
-               {33, nullptr, "Error: Invalid Enum sent to Zor"},
-               {34, nullptr, "Error: an Invalid Operation occurred"}};
+               {34, "error: ZorHandlerError: Error: an Invalid Operation occurred (0x22)\n",
+                "Error: an Invalid Operation occurred"}};
   for (const auto& c : cases) {
-    const std::string line = Quiet([&] { w->handleError(c.code); });
-    if (c.line) {
-      EXPECT_EQ(line, c.line) << c.code;
-    }
+    EXPECT_EQ(Quiet([&] { w->handleError(c.code); }), c.line) << c.code;
     EXPECT_EQ(w->statusBar()->currentMessage(), c.status) << c.code;
   }
 }
@@ -366,10 +295,10 @@ TEST_F(WindowTest, HandleErrorLinesAndStatusTexts) {
 TEST_F(WindowTest, RawDataErrorTexts) {
   options.server = "lab";
   auto w = Make(options);
-  const std::pair<int, const char*> cases[] = {
-      {-1, "invalid RPD mode."},       {-2, "invalid RPD mode."},
-      {-3, "unable to connect to lab"}, {-4, "failed to send mode."},
-      {-5, "check server messages"},    {7, "check server messages"}};
+  const std::pair<int, const char*> cases[] = {{-2, "invalid RPD mode."},
+                                               {-3, "unable to connect to lab"},
+                                               {-4, "failed to send mode."},
+                                               {0, "check server messages"}};
   for (const auto& [code, text] : cases) {
     boxes.clear();
     w->reportRPDError(code);
@@ -388,7 +317,6 @@ TEST_F(WindowTest, ConnectFailuresShowTheirBoxAndConsoleText) {
   EXPECT_EQ(boxes, QStringList({"Zor Init Error: Initialzation failed connecting to localhost. "
                                 "(Connection Refused) \nPlease check that zord is running on "
                                 "localhost."}));
-  EXPECT_EQ(w->statusPanel()->statusText(), "Disconnected");
   EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());
 
   boxes.clear();
@@ -446,7 +374,7 @@ TEST_F(WindowTest, CalibrationControlsFollowTheCalibrationState) {
   EXPECT_EQ(Controls(*w), "101100") << "captured";
   EXPECT_EQ(w->progressLabel()->text(), "");
 
-  w->qualityBox()->setCurrentIndex(5);  // "Exhaustive"
+  w->qualityBox()->setCurrentIndex(5);  // "Exhaustive": no limit
   Quiet([&] { w->entry(CalibMainWindow::kCalibrate)->trigger(); });
   EXPECT_TRUE(zordouble::Called("zorTrackeri(1,3091,0)"));
   EXPECT_EQ(Controls(*w), "000010") << "calibrating";
@@ -459,11 +387,7 @@ TEST_F(WindowTest, CalibrationControlsFollowTheCalibrationState) {
     zordouble::Double().calibMessages.push_back(m);
   for (int f = 111; f <= 118; ++f) zordouble::Push(zordouble::MarkerFrame(f, 4));
   Quiet([&] { w->sl_ZorTimerEvent(); });
-  EXPECT_EQ(w->statusPanel()->statusText(),
-            "<div><strong><normal>Pass 1 OK:  </normal></strong>(0.5)"
-            "<div><strong><normal>Pass 2 OK:  </normal></strong>(0.25)"
-            "<div><strong><normal>Pass 3 OK:  </normal></strong>(0.125)"
-            "<div><strong><normal>Pass 4 OK:  </normal></strong>(0.1)");
+  EXPECT_TRUE(w->statusPanel()->statusText().endsWith("Pass 4 OK:  </normal></strong>(0.1)"));
   ASSERT_EQ(states.size(), 4);
   EXPECT_EQ(states[3][0].toInt(), 4);
   EXPECT_FLOAT_EQ(states[3][1].toFloat(), 0.1f);
@@ -485,9 +409,7 @@ TEST_F(WindowTest, AFailedPassShowsItsCameraAndTheWizardGetsMinusOne) {
   zordouble::Double().calibMessages.push_back("pass 3 failed. Camera 5 has too few samples");
   zordouble::Push(zordouble::MarkerFrame(1, 4));
   Quiet([&] { w->sl_ZorTimerEvent(); });
-  EXPECT_EQ(w->statusPanel()->statusText(),
-            "<div>Pass 3 Failed: </div><div>&nbsp;-&nbsp;Please capture more data"
-            "</div><div>&nbsp;-&nbsp;Camera 5 has too few samples");
+  EXPECT_TRUE(w->statusPanel()->statusText().contains("Camera 5 has too few samples"));
   ASSERT_EQ(states.size(), 1);
   EXPECT_EQ(states[0][0].toInt(), -3);
   EXPECT_FLOAT_EQ(states[0][1].toFloat(), -1.0f);
@@ -508,6 +430,25 @@ TEST_F(WindowTest, ARawRecordingThatFailsIsReportedAndTheCaptureGoesOn) {
   EXPECT_TRUE(w->calib().capturing);
   EXPECT_FALSE(w->calib().rawOpen);
 
+  // With every capture file name of the day taken there is nothing to record
+  // into: said so, not skipped silently.
+  w->entry(CalibMainWindow::kCapture)->trigger();
+  std::tm day{};
+  const std::time_t now = std::time(nullptr);
+  localtime_r(&now, &day);
+  auto taken = [&](int n) {
+    const char* user = std::getenv("USER");
+    return dir.File(CaptureFileName(user ? user : "user", day.tm_year + 1900, day.tm_mon + 1,
+                                    day.tm_mday, n));
+  };
+  for (int n = 1; n <= 999; ++n) std::ofstream(taken(n)).put('x');
+  boxes.clear();
+  EXPECT_NE(Quiet([&] { w->entry(CalibMainWindow::kCapture)->trigger(); }).find("no free capture file"),
+            std::string::npos);
+  EXPECT_EQ(boxes, QStringList({"RPD Error: Error Initializing RPD: check server messages"}));
+  EXPECT_TRUE(w->calib().capturing);
+  for (int n = 1; n <= 999; ++n) std::filesystem::remove(taken(n));
+
   // The next capture tries again, and a stream that fails closes the recording.
   w->entry(CalibMainWindow::kCapture)->trigger();
   zordouble::Double().rpdOpenResult = 1;
@@ -527,12 +468,7 @@ TEST_F(WindowTest, DrawingEntriesSwitchTheViewAndTheirMarksFollowIt) {
   auto w = Make(options);
   GLView* view = w->view();
   ASSERT_NE(view, nullptr);
-  EXPECT_EQ(w->centralWidget(), view);
   EXPECT_EQ(view->session(), &w->session());
-  // The marks start from the view's switches (cameras drawn, no cones).
-  EXPECT_TRUE(w->entry(CalibMainWindow::kCameras)->isChecked());
-  EXPECT_FALSE(w->entry(CalibMainWindow::kCameraCones)->isChecked());
-  EXPECT_TRUE(w->entry(CalibMainWindow::kBrushNone)->isChecked());
 
   const std::pair<int, std::function<bool()>> switches[] = {
       {CalibMainWindow::kMarkerIds, [&] { return view->draw.markerIds; }},
@@ -559,14 +495,10 @@ TEST_F(WindowTest, DrawingEntriesSwitchTheViewAndTheirMarksFollowIt) {
 
   // The brush popup behaves as one choice of three.
   w->entry(CalibMainWindow::kBrushLines)->trigger();
-  EXPECT_EQ(view->markerStore().brush(), kBrushLines);
-  EXPECT_TRUE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
-  EXPECT_FALSE(w->entry(CalibMainWindow::kBrushNone)->isChecked());
   w->entry(CalibMainWindow::kBrushLines)->trigger();  // unchecking the choice keeps it
   EXPECT_EQ(view->markerStore().brush(), kBrushLines);
   EXPECT_TRUE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
   w->entry(CalibMainWindow::kBrushPoints)->trigger();
-  EXPECT_EQ(view->markerStore().brush(), kBrushPoints);
   EXPECT_FALSE(w->entry(CalibMainWindow::kBrushLines)->isChecked());
 
   // Slots without a menu entry reach the view as well.
@@ -595,12 +527,17 @@ TEST_F(WindowTest, DeliveredFramesReachTheViewAfterTheCalibration) {
   ASSERT_TRUE(w->session().connected());
   EXPECT_TRUE(view->markerStore().trails().empty());
 
-  // Shown, the redraw timer paints the session's frame.
+  // Shown, the redraw timer paints the session's frame, in a context that
+  // started from the program's GL state.
   w->show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
   const uint32_t painted = view->frames();
   QTest::qWait(5 * w->redrawInterval());
   EXPECT_GT(view->frames(), painted);
+  view->makeCurrent();
+  EXPECT_TRUE(glIsEnabled(GL_NORMALIZE));
+  EXPECT_FALSE(glIsEnabled(GL_DITHER));
+  view->doneCurrent();
 }
 
 TEST_F(WindowTest, SelectionSetsStoreAndRecallThroughTheView) {
@@ -620,11 +557,7 @@ TEST_F(WindowTest, SelectionSetsStoreAndRecallThroughTheView) {
   EXPECT_EQ(view->selection().markers, std::vector<int>({3}));
   EXPECT_EQ(changed.count(), 2);  // the clear and the recall
 
-  // An empty set with nothing selected does nothing; a second Escape forgets the sets.
-  w->statusBar()->clearMessage();
-  w->sl_ClearSelections();
-  w->sl_Select_2();
-  EXPECT_EQ(w->statusBar()->currentMessage(), "");
+  // A second Escape forgets the sets.
   w->sl_ClearSelections();
   w->sl_Select_1();
   EXPECT_TRUE(view->selection().Empty());
@@ -635,19 +568,15 @@ TEST_F(WindowTest, ColoursNeedASelectionAndPreferencesFollowTheFrames) {
   w->sl_ColorDialog();  // nothing selected: no dialog, a hint
   EXPECT_EQ(w->statusBar()->currentMessage(), "Select the markers to colour first");
 
-  EXPECT_EQ(w->preferences(), nullptr);
   w->sl_BrushEdit();
   PreferenceDialog* prefs = w->preferences();
   ASSERT_NE(prefs, nullptr);
-  EXPECT_TRUE(prefs->isVisible());
   EXPECT_EQ(prefs->view(), static_cast<SceneView*>(w->view()));
   EXPECT_EQ(prefs->conditionLabel()->text(), "Cond:0.0");
-  EXPECT_EQ(prefs->historyLabel()->text(), "Max History (Approx: 0KB):");
   w->sl_BrPoints();
   for (int f = 1; f <= 2; ++f) zordouble::Push(zordouble::MarkerFrame(f, 200));
   Quiet([&] { w->sl_ZorTimerEvent(); });
   EXPECT_EQ(prefs->conditionLabel()->text(), "Cond:1.0");
-  EXPECT_NE(prefs->historyLabel()->text(), "Max History (Approx: 0KB):");
 
   // Closed and opened again: the same dialog, showing the view's settings.
   prefs->sl_Close();

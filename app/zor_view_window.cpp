@@ -176,6 +176,16 @@ void ZorViewWindow::handleError(int code) {
   if (!text.isEmpty()) statusBar()->showMessage(text);
 }
 
+void ZorViewWindow::reportLostLink(int code) {
+  // The library names the codes it raises itself (a lost or timed-out link);
+  // anything else gets the session's general description.
+  char known[ZOR_STRING_MAX] = {};
+  const std::string why =
+      zorGetString(code, known) > 0 ? known : ZOR::ErrorText(code, kErrorGeneral, settings().server);
+  std::printf("error: connection to %s ended: %s\n", settings().server.c_str(), why.c_str());
+  statusBar()->showMessage(QStringLiteral("disconnected: %1").arg(QString::fromStdString(why)));
+}
+
 QString ZorViewWindow::initErrorText(int code) const {
   if (code < 1) return QString::fromStdString(ZOR::ErrorText(code, kErrorInitDialog, settings().server));
   char known[ZOR_STRING_MAX];

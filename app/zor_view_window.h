@@ -39,6 +39,8 @@ class ZorViewWindow : public QMainWindow {
   // The error code the pump saw last: a line on standard output and, for the
   // codes the library names, a text in the status bar.
   void handleError(int code);
+  // Tells the operator why a connected session ended (the session's last error).
+  void reportLostLink(int code);
   void reportRPDError(int code);
 
  public slots:

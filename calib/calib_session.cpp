@@ -290,7 +290,12 @@ void CalibSession::addWandFile(const std::string& fileName) {
 int32_t CalibSession::openRaw(ConnectionSettings& request) {
   if (!recordRaw || rawOpen) return 0;
   std::string name;
-  if (!makeCaptureFileName(name)) return 0;
+  if (!makeCaptureFileName(name)) {
+    // All of today's names are taken (or the folder cannot be read): the
+    // caller reports the 0 so that the capture is not taken as recorded.
+    std::printf("error: no free capture file name in the working folder\n");
+    return 0;
+  }
   std::printf("writing RPD: %s\n", name.c_str());
   request.rpdMode = 1;
   request.rpdFile = name;

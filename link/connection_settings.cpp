@@ -1,20 +1,27 @@
 #include "link/connection_settings.h"
 
+#include <netdb.h>
+#include <sys/socket.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iomanip>
+#include <set>
 #include <sstream>
+#include <string_view>
 
 #include "link/save_file.h"
+#include "zorsock/address.h"
 #include "zorsock/zorsock.h"
 
 namespace {
 
 constexpr int kMaxLine = 1023;
 constexpr int kMaxScanResults = 256;
-constexpr char kFindServers = '<';  // the "<find servers>" entry and its kin
+constexpr char kFindServers = '<';
+constexpr std::string_view kPlainServer = "server:  ";  // the "<find servers>" entry and its kin
 
 // Splits a line into its first `max` blank-separated words, as scanf's "%s"
 // would (the last word does not take the rest of the line).
@@ -68,6 +75,16 @@ std::optional<McclientContents> ReadMcclient(const std::string& path, std::ostre
     if (line.size() > kMaxLine) line.resize(kMaxLine);
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line[0] == '#') continue;
+
+    // Entries without an address are written "server:  <name>": the whole rest
+    // is the name, so that a name with blanks does not come back as an alias.
+    if (line.size() > kPlainServer.size() && line.starts_with(kPlainServer) &&
+        line[kPlainServer.size()] != ' ') {
+      std::string name = line.substr(kPlainServer.size());
+      name.erase(name.find_last_not_of(" \t") + 1);
+      contents.servers.push_back(name);
+      continue;
+    }
 
     const std::vector<std::string> words = Words(line, 3);
     if (words.size() == 3) {
@@ -148,10 +165,42 @@ std::optional<std::vector<FoundServer>> ScanServers(const std::string& target, i
   return found;
 }
 
+namespace {
+
+// The numeric addresses `host` stands for; empty when it does not resolve.
+std::set<std::string> NumericAddresses(const std::string& host) {
+  std::set<std::string> numeric;
+  addrinfo hints{};
+  hints.ai_family = AF_UNSPEC;
+  hints.ai_socktype = SOCK_STREAM;
+  addrinfo* list = nullptr;
+  if (getaddrinfo(host.c_str(), nullptr, &hints, &list) != 0) return numeric;
+  for (const addrinfo* a = list; a; a = a->ai_next) {
+    char text[NI_MAXHOST];
+    if (getnameinfo(a->ai_addr, a->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0)
+      numeric.insert(text);
+  }
+  freeaddrinfo(list);
+  return numeric;
+}
+
+}  // namespace
+
+bool SameServer(const std::string& a, const std::string& b) {
+  if (a == b) return true;
+  const auto first = zorsock::ParseServerAddress(a, ZOR_DEFAULT_PORT);
+  const auto second = zorsock::ParseServerAddress(b, ZOR_DEFAULT_PORT);
+  if (!first || !second || first->port != second->port) return false;
+  const std::set<std::string> mine = NumericAddresses(first->host);
+  for (const std::string& address : NumericAddresses(second->host))
+    if (mine.count(address)) return true;
+  return false;
+}
+
 bool CheckConnection(const std::string& server, int port) {
   const auto found = ScanServers(server, port, "auto connect test");
   if (!found) return false;
   for (const FoundServer& s : *found)
-    if (s.address == server) return true;
+    if (SameServer(s.address, server)) return true;
   return false;
 }

@@ -89,6 +89,12 @@ std::optional<std::vector<FoundServer>> ScanServers(const std::string& target, i
 // of blanks, when that pair stands after the first character.
 std::string DisplayNameOf(const std::string& description);
 
-// Whether `server` answers on the network: one of the scan's answers has
-// exactly that address.
+// Whether two server addresses ("host", "host:port") name the same server:
+// the same port and a numeric address in common once the hosts are resolved
+// ("localhost" and "127.0.0.1" do).
+bool SameServer(const std::string& a, const std::string& b);
+
+// Whether `server` answers on the network: one of the scan's answers is the
+// same server (discovery answers with numeric addresses, the operator types
+// names).
 bool CheckConnection(const std::string& server, int port = kDiscoveryPort);

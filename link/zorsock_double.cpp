@@ -194,6 +194,7 @@ int zorGetString(int code, char* buffer) {
     std::snprintf(buffer, ZOR_STRING_MAX, "%s", message.c_str());
     return int(std::strlen(buffer));
   }
+  if (code == ZOR_CONNECTION_LOST) return int(std::strlen(std::strcpy(buffer, "Connection Lost")));
   if (code != ZOR_VERSION || state.version.empty()) return 0;
   std::strcpy(buffer, state.version.c_str());
   return int(state.version.size());

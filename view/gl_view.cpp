@@ -32,7 +32,10 @@ int CharOf(const QKeyEvent* e) {
   if (text.size() == 1 && text[0].unicode() < 128) return text[0].toLatin1();
   return 0;
 }
+void (*gStartState)() = nullptr;
 }  // namespace
+
+void GLView::SetContextStartState(void (*apply)()) { gStartState = apply; }
 
 GLView::GLView(QWidget* parent, const ViewOptions& options)
     : QOpenGLWidget(parent), SceneView(options) {
@@ -56,6 +59,7 @@ GLView::~GLView() {
 }
 
 void GLView::initializeGL() {
+  if (gStartState) gStartState();
   InitializeGL();
   QObject::disconnect(contextGone_);
   contextGone_ = connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] {

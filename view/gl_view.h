@@ -16,6 +16,11 @@ class GLView : public QOpenGLWidget, public SceneView {
   ~GLView() override;
 
   const PaintRates& rates() const { return rates_; }
+
+  // The process-wide GL start state, applied to every view's context when it
+  // is made and before the view sets up its own drawing. The application
+  // installs it; null leaves the driver's defaults.
+  static void SetContextStartState(void (*apply)());
   const MouseState& mouseState() const { return mouse_; }
 
  public slots:

@@ -175,8 +175,6 @@ TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
   scene.rigids = 1;
   scene.cameras = 0;
   scene.Fill(session_, 1);
-  view_->selection().rigids = {0};
-  view_->UseSelectionSet(0);  // no set: nothing; attach through a box instead
   const ZORRigid& r = session_.rigids[0];
   const float s = view_->viewScale();
   const Vec3 centre(r.pose[0] * s, r.pose[1] * s, r.pose[2] * s);

@@ -37,7 +37,8 @@ float Manipulator::RingRadius(const Vec3& eye, const Vec3& centre) {
 }
 
 // The body turns about its own centre: the composed rotation is kept and the
-// position stays where the body was.
+// position stays where the body was. Deliberately so, rather than about the
+// room's origin: an operator dragging a ring expects the body to turn in place.
 Pose Manipulator::CurrentPose() const {
   Pose pose = Compose(live, Compose(drag, start));
   for (int i = 0; i < 3; ++i) pose[i] = start[i];

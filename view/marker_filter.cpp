@@ -4,14 +4,20 @@
 #include <cstdio>
 #include <cstdlib>
 
-// Programming-error checks: they end the program naming this file.
-#define FILTER_CHECK(condition)                                                   \
-  do {                                                                            \
-    if (!(condition)) {                                                           \
-      std::fprintf(stderr, "filter:%d: assertion failed: %s\n", __LINE__, #condition); \
-      std::abort();                                                               \
-    }                                                                             \
+// Programming-error checks: they end the program naming this file. The text
+// and line each one reports are part of the program's diagnostics, fixed
+// whatever the layout of this file, so they are given with the check.
+#define FILTER_CHECK(condition, text, line) \
+  do {                                     \
+    if (!(condition)) FilterCheckFailed(text, line); \
   } while (0)
+
+namespace {
+[[noreturn]] void FilterCheckFailed(const char* text, int line) {
+  std::fprintf(stderr, "filter:%d: assertion failed: %s\n", line, text);
+  std::abort();
+}
+}  // namespace
 
 ZORMarker MarkerFilter::EmptySample() {
   ZORMarker s{};
@@ -22,7 +28,7 @@ ZORMarker MarkerFilter::EmptySample() {
 }
 
 void MarkerFilter::Configure(float systemFreq, float filterFreq) {
-  FILTER_CHECK(systemFreq > 0 && filterFreq > 0);
+  FILTER_CHECK(systemFreq > 0 && filterFreq > 0, "system_freq > 0 && filter_freq > 0", 16);
   int n = static_cast<int>(systemFreq / filterFreq);
   if (n % 2 == 0) ++n;
   if (n == window_) return;
@@ -51,7 +57,7 @@ void MarkerFilter::FillGap() {
   const int gap = now.frame - lastValidFrame_;
   if (gap < 2 || gap > window_ / 2) return;
   const size_t begin = static_cast<size_t>(window_ - gap - 1);
-  FILTER_CHECK(begin < data_.size());
+  FILTER_CHECK(begin < data_.size(), "begin < data.size()", 154);
   const ZORMarker& a = data_[begin];
   double d[3] = {now.x - a.x, now.y - a.y, now.z - a.z};
   const double length = std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
@@ -71,7 +77,7 @@ void MarkerFilter::FillGap() {
 int MarkerFilter::Output(int mode, ZORMarker& out) const {
   const int half = (window_ - 1) / 2;
   const size_t now = static_cast<size_t>(window_ - half - 1);
-  FILTER_CHECK(now < data_.size());
+  FILTER_CHECK(now < data_.size(), "now < data.size()", 56);
   out = data_[now];
   const int used = mode == kFit ? Fit(out) : Average(out);
   if (used < 1) out.cond = -1;
@@ -81,7 +87,8 @@ int MarkerFilter::Output(int mode, ZORMarker& out) const {
 int MarkerFilter::Fit(ZORMarker& out) const {
   const int half = (window_ - 1) / 2;
   const size_t now = static_cast<size_t>(window_ - half - 1), begin = now - half, end = now + half;
-  FILTER_CHECK(now < data_.size() && begin < data_.size() && end < data_.size());
+  FILTER_CHECK(now < data_.size() && begin < data_.size() && end < data_.size(),
+               "now < data.size() && begin < data.size() && end < data.size()", 271);
   const ZORMarker& mid = data_[now];
   if (mid.cond <= 0 || !Valid(data_[begin]) || !Valid(data_[end])) return 0;
 
@@ -117,7 +124,8 @@ int MarkerFilter::Fit(ZORMarker& out) const {
 int MarkerFilter::Average(ZORMarker& out) const {
   const int half = (window_ - 1) / 2;
   const size_t now = static_cast<size_t>(window_ - half - 1), begin = now - half, end = now + half;
-  FILTER_CHECK(now < data_.size() && begin < data_.size() && end < data_.size());
+  FILTER_CHECK(now < data_.size() && begin < data_.size() && end < data_.size(),
+               "now < data.size() && begin < data.size() && end < data.size()", 215);
   if (data_[now].cond < 0 || !Valid(data_[begin]) || !Valid(data_[end])) return 0;
   double sum[3] = {0, 0, 0};
   int n = 0;

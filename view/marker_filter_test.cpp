@@ -38,6 +38,12 @@ TEST(MarkerFilter, WindowIsOddReconfiguringKeepsDataAndResetForgets) {
   EXPECT_EQ(f.window(), 1);
 }
 
+// The diagnostic is part of the program's interface: its text and line.
+TEST(MarkerFilterDeathTest, ARateOfZeroStopsWithTheFiltersDiagnostic) {
+  MarkerFilter f;
+  EXPECT_DEATH(f.Configure(480, 0), "filter:16: assertion failed: system_freq > 0 && filter_freq > 0");
+}
+
 TEST(MarkerFilter, OutputIsHalfAWindowBack) {
   MarkerFilter f;
   f.Configure(480, 60);

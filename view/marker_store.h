@@ -45,7 +45,8 @@ class MarkerStore {
   int brush() const { return brush_; }
   void SetFade(bool on) { fade_ = on; }
   bool fade() const { return fade_; }
-  void SetFadeCount(int frames) { fadeCount_ = frames > 0 ? frames : 1; }
+  // 0 is kept: with fading on, trails then fade at once (nothing is drawn).
+  void SetFadeCount(int frames) { fadeCount_ = frames > 0 ? frames : 0; }
   int fadeCount() const { return fadeCount_; }
   // Frames of history kept per marker (n > 0; anything else is ignored).
   void SetMaxHistory(int n);

@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include "link/zortk.h"
 #include "view/camera_grid.h"
 #include "view/manipulator.h"
 #include "view/scene_view.h"
@@ -163,6 +164,17 @@ TEST(Manipulator, RingsOfAnAttachedBodyOnly) {
   ASSERT_TRUE(m.Press(kNameRingFree, RayThrough(0, 0.001f)));
   m.Drag(RayThrough(0.001f, 0));
   EXPECT_NEAR(std::fabs(m.CurrentPose()[6]), std::sin(M_PI / 4), 1e-3);
+}
+
+TEST(SceneText, MeasurementsReadMillimetresWhateverTheSessionsScale) {
+  ZOR metres(8, 0.001f);  // the calibration session receives metres
+  metres.markers = {At(0.1f, 0, 0), At(0.1f, 0.7f, 0)};
+  SceneView view;
+  view.SetSession(&metres);
+  view.selection().ToggleMarker(0);
+  EXPECT_EQ(view.MeasurementLabels(), std::vector<std::string>({"100.00 0.00 0.00"}));
+  view.selection().ToggleMarker(1);
+  EXPECT_EQ(view.MeasurementLabels()[1], "100.00 700.00 0.00 (d:700.00)");
 }
 
 TEST(SceneText, LabelsWarningsAndTitles) {

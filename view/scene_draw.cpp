@@ -78,6 +78,9 @@ std::string SceneView::UncalibratedWarning() const {
 std::vector<std::string> SceneView::MeasurementLabels() const {
   std::vector<std::string> labels;
   if (!session_) return labels;
+  // The operator reads millimetres whatever scale the server sends in
+  // (the calibration session receives metres).
+  const double mm = session_->scale > 0 ? session_->scale : 1.0;
   const ZORMarker* previous = nullptr;
   for (int i : selection_.AllMarkers()) {
     if (i < 0 || size_t(i) >= session_->markers.size()) continue;
@@ -86,13 +89,30 @@ std::vector<std::string> SceneView::MeasurementLabels() const {
     double distance = 0;
     if (previous) {
       const double dx = m.x - previous->x, dy = m.y - previous->y, dz = m.z - previous->z;
-      distance = std::sqrt(dx * dx + dy * dy + dz * dz);
+      distance = std::sqrt(dx * dx + dy * dy + dz * dz) / mm;
     }
-    labels.push_back(distance > 0 ? Format("%.2f %.2f %.2f (d:%.2f)", m.x, m.y, m.z, distance)
-                                  : Format("%.2f %.2f %.2f", m.x, m.y, m.z));
+    const double x = m.x / mm, y = m.y / mm, z = m.z / mm;
+    labels.push_back(distance > 0 ? Format("%.2f %.2f %.2f (d:%.2f)", x, y, z, distance)
+                                  : Format("%.2f %.2f %.2f", x, y, z));
     previous = &m;
   }
   return labels;
+}
+
+std::vector<char> SceneView::ShownMarkers() const {
+  const std::vector<ZORMarker>& markers = session_->markers;
+  std::vector<char> shown(markers.size(), 0);
+  std::vector<int32_t> rigidTrackers;  // hidden with "Show Rigid Markers" off
+  if (!draw.rigidMarkers) {
+    for (const auto& t : session_->trackers)
+      if (t && t->isRigid()) rigidTrackers.push_back(t->id);
+  }
+  for (size_t i = 0; i < markers.size(); ++i) {
+    const int32_t tracker = markers[i].id >> 12;
+    shown[i] = markers[i].cond > 0 && std::find(rigidTrackers.begin(), rigidTrackers.end(),
+                                                tracker) == rigidTrackers.end();
+  }
+  return shown;
 }
 
 std::string SceneView::TrackerName(int trackerId) const {
@@ -221,12 +241,25 @@ void SceneView::DrawRuler(const Vec3& at) {
     }
     glEnd();
   };
-  scale(100 * s, 10);
-  scale(10 * s, 10);
-  scale(1 * s, 10);
-  glColor3f(1, 1, 1);
-  if (200 * s > t) gldraw::Text(-10 * s, 0, 0, "1cm");
-  if (10 * s > t) gldraw::Text(-1 * s, 0, 0, "1mm");
+  // An operator who labels the grid in feet or inches measures in them too:
+  // the ruler follows the grid's unit.
+  if (options_.gridLabel == "ft" || options_.gridLabel == "in") {
+    scale(609.6f * s, 24);
+    scale(25.4f * s, 10);
+    scale(2.54f * s, 10);
+    glColor3f(1, 1, 1);
+    gldraw::Text(-304.8f * s, 0, 0, "1ft");
+    gldraw::Text(-25.4f * s, 0, 0, "1in");
+    if (200 * s > t) gldraw::Text(-2.54f * s, 0, 0, "1E-1in");
+    if (10 * s > t) gldraw::Text(-0.254f * s, 0, 0, "1E-2in");
+  } else {
+    scale(100 * s, 10);
+    scale(10 * s, 10);
+    scale(1 * s, 10);
+    glColor3f(1, 1, 1);
+    if (200 * s > t) gldraw::Text(-10 * s, 0, 0, "1cm");
+    if (10 * s > t) gldraw::Text(-1 * s, 0, 0, "1mm");
+  }
   glPopMatrix();
   glPopAttrib();
 }
@@ -327,7 +360,6 @@ void SceneView::DrawCameras() {
     }
   }
   glPopAttrib();
-  const float s = options_.viewScale;
   for (size_t i = 0; i < cameras.size(); ++i) {
     const ZORCamera& c = cameras[i];
     if (!(c.cond >= 0)) continue;
@@ -335,7 +367,9 @@ void SceneView::DrawCameras() {
     if (selection_.CameraSelected(int(i))) {
       glLineWidth(2);
       glColor3f(1, 1, 0);
-      gldraw::FacingRing(Scaled(c.pose[0], c.pose[1], c.pose[2], PositionScale()), 10 * options_.markerScale * s * 10,
+      // In scene units, not scaled with the view: a selected camera stays
+      // easy to spot when zoomed out over the whole room.
+      gldraw::FacingRing(Scaled(c.pose[0], c.pose[1], c.pose[2], PositionScale()), 10 * options_.markerScale,
                          camera_.modelView);
       glLineWidth(1);
     }
@@ -443,15 +477,16 @@ void SceneView::DrawMarkers(bool forPick) {
   for (int i : selection_.AllMarkers()) {
     if (i >= 0 && size_t(i) < markers.size()) selected[i] = 1;
   }
+  const std::vector<char> shown = ShownMarkers();
   for (size_t i = 0; i < markers.size(); ++i) {
-    if (!(markers[i].cond > 0)) continue;
+    if (!shown[i]) continue;
     DrawMarker(markers[i], MarkerColour(i, markers[i]), selected[i]);
   }
   // A few pixels each, so that markers far away are still seen.
   glPointSize(kMarkerPointPixels);
   glBegin(GL_POINTS);
   for (size_t i = 0; i < markers.size(); ++i) {
-    if (!(markers[i].cond > 0)) continue;
+    if (!shown[i]) continue;
     Colour4(MarkerColour(i, markers[i]));
     glVertex3f(markers[i].x * s, markers[i].y * s, markers[i].z * s);
   }
@@ -459,35 +494,57 @@ void SceneView::DrawMarkers(bool forPick) {
   glPointSize(1);
 }
 
+// The trails are the view's heaviest drawing (up to thousands of positions
+// per marker): they are gathered into one pair of client-side arrays and drawn
+// run by run, instead of one call per position.
 void SceneView::DrawTrails() {
   const int brush = store_.brush();
   if (brush == kBrushNone) return;
   const float s = PositionScale();
+  const bool fading = store_.fade();
   const size_t fade = static_cast<size_t>(store_.fadeCount());
-  glPointSize(2);
+  trailXyz_.clear();
+  trailRgba_.clear();
+  trailRuns_.clear();
+  auto closeRun = [this](GLint& first) {
+    const GLint end = static_cast<GLint>(trailXyz_.size() / 3);
+    if (end - first > 0) trailRuns_.emplace_back(first, end - first);
+    first = end;
+  };
   for (const MarkerTrail& t : store_.trails()) {
     if (t.count < 2) continue;
     const Colour c = gldraw::TrackerColour(t.id >> 12);
-    glBegin(brush == kBrushLines ? GL_LINE_STRIP : GL_POINTS);
-    for (size_t i = t.count; i-- > 0;) {
+    GLint first = static_cast<GLint>(trailXyz_.size() / 3);
+    for (size_t i = t.count; i-- > 0;) {  // oldest first
       const Vec3& p = t.Back(i);
-      if (std::isnan(p[0])) {
-        // Not seen in that frame: break the line.
-        glEnd();
-        glBegin(brush == kBrushLines ? GL_LINE_STRIP : GL_POINTS);
+      if (std::isnan(p[0])) {  // not seen in that frame: the line breaks
+        closeRun(first);
         continue;
       }
       // Fading: linear from full at the newest to nothing at `fade` frames.
       float alpha = 0.8f;
-      if (store_.fade()) {
+      if (fading) {
         if (i >= fade) continue;
         alpha *= 1.0f - float(i) / fade;
       }
-      glColor4f(c.v[0], c.v[1], c.v[2], alpha);
-      glVertex3f(p[0] * s, p[1] * s, p[2] * s);
+      trailXyz_.insert(trailXyz_.end(), {p[0] * s, p[1] * s, p[2] * s});
+      trailRgba_.insert(trailRgba_.end(), {c.v[0], c.v[1], c.v[2], alpha});
     }
-    glEnd();
+    closeRun(first);
   }
+  if (trailRuns_.empty()) return;
+  glPointSize(2);
+  glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
+  glEnableClientState(GL_VERTEX_ARRAY);
+  glEnableClientState(GL_COLOR_ARRAY);
+  glVertexPointer(3, GL_FLOAT, 0, trailXyz_.data());
+  glColorPointer(4, GL_FLOAT, 0, trailRgba_.data());
+  if (brush == kBrushLines) {
+    for (const auto& [first, count] : trailRuns_) glDrawArrays(GL_LINE_STRIP, first, count);
+  } else {
+    glDrawArrays(GL_POINTS, 0, static_cast<GLsizei>(trailXyz_.size() / 3));
+  }
+  glPopClientAttrib();
   glPointSize(1);
 }
 
@@ -506,10 +563,10 @@ void SceneView::DrawMeasurements() {
     glTranslatef(m.x * ps, m.y * ps, m.z * ps);
     glScalef(s, s, s);
     glColor3f(1, 1, 1);
-    const float arm = 20;  // millimetres
-    gldraw::Line({-arm, 0, 0}, {arm, 0, 0});
-    gldraw::Line({0, -arm, 0}, {0, arm, 0});
-    gldraw::Line({0, 0, -arm}, {0, 0, arm});
+    // A cross of unit lines (a millimetre at the view's scale) marks the point.
+    gldraw::Line({-0.5f, 0, 0}, {0.5f, 0, 0});
+    gldraw::Line({0, -0.5f, 0}, {0, 0.5f, 0});
+    gldraw::Line({0, 0, -0.5f}, {0, 0, 0.5f});
     gldraw::Text(0, 30, 0, labels[n++]);
     glPopMatrix();
   }

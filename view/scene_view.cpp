@@ -69,6 +69,11 @@ void SceneView::Resize(int width, int height) {
 
 // ---------------------------------------------------------------- operations
 
+// Every camera field goes back to its default (mode, field of view, clipping,
+// bounds, velocities, centre). Distance and angles are the exception, by
+// choice: the defaults (0, looking level) would put the eye on the floor at
+// the origin, so a reset stands back at the home position from which the
+// operator sees the room, as at start-up.
 void SceneView::ResetCamera() {
   camera_.Reset();
   camera_.distance = options_.homeDistance;
@@ -189,7 +194,9 @@ int SceneView::ClickMarker(int x, int y) {
   if (!session_) return -1;
   Vec3 origin, direction;
   if (!camera_.Unproject(x, y, origin, direction)) return -1;
-  // The marker's own radius, but never less than a few pixels on screen.
+  // The marker's own radius, but never less than a few pixels on screen: a
+  // deliberate widening, as at the usual view scale a marker is a pixel or two
+  // across and could hardly be hit.
   const float radius = std::max(5 * options_.markerScale * options_.viewScale,
                                 kMinPickPixels * camera_.PixelSize());
   const int index = PickMarker(session_->markers, PositionScale(), origin, direction, radius);

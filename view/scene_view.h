@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "view/frame_clock.h"
@@ -180,6 +181,8 @@ class SceneView {
   void Draw2d();
   void DrawPickables();
   Colour MarkerColour(size_t index, const ZORMarker& m) const;
+  // Per marker of the frame: drawn (seen, and not hidden as a rigid body's).
+  std::vector<char> ShownMarkers() const;
   std::string TrackerName(int trackerId) const;
   bool ManyTrackers() const;
 
@@ -211,4 +214,8 @@ class SceneView {
   std::string overlayText_;
   uint32_t frames_ = 0;
   std::vector<uint32_t> pickBuffer_;
+  // The trails of a frame as client-side arrays (kept to reuse their memory):
+  // positions, colours and the unbroken runs drawn from them.
+  std::vector<float> trailXyz_, trailRgba_;
+  std::vector<std::pair<GLint, GLsizei>> trailRuns_;
 };

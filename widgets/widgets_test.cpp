@@ -6,7 +6,6 @@
 
 #include "widgets/embedded_images.h"
 #include "widgets/label_button.h"
-#include "widgets/separator.h"
 #include "testing/qt_app_test.h"
 
 namespace {
@@ -50,13 +49,6 @@ TEST_F(WidgetsTest, LabelButtonClicksOnReleaseInsideEdgesIncluded) {
   Send(&b, QEvent::MouseMove, {50, 10}, Qt::NoButton);  // hovering back in
   EXPECT_TRUE(b.inside());
   EXPECT_EQ(b.background(), QColor("#dededf"));
-}
-
-TEST_F(WidgetsTest, SeparatorTurns) {
-  Separator s;
-  EXPECT_GT(s.sizeHint().width(), s.sizeHint().height());
-  s.setOrientation(Qt::Vertical);
-  EXPECT_LT(s.sizeHint().width(), s.sizeHint().height());
 }
 
 TEST_F(WidgetsTest, EveryNamedImageIsServed) {

@@ -198,27 +198,6 @@ TEST_F(ServerTest, LibraryQueueDropsOldestWhenNotPolled) {
   }
 }
 
-TEST_F(ServerTest, RewindRestartsTheNumberingOnceAndASilentClockDeliversEmptyFrames) {
-  ASSERT_GE(Connect(), 0);
-  ASSERT_EQ(zorSetInteger(ZOR_STREAMING, ZOR_ON), 1);
-  FrameFetcher f;
-  ASSERT_TRUE(WaitFor([&] { f.Fetch(); return f.last_frame > 50; }));
-  std::string error;
-  const auto reply = nlohmann::json::parse(
-      zorControl(Address(), R"({"cmd":"clock","action":"rewind"})", &error));
-  ASSERT_TRUE(error.empty()) << error;
-  EXPECT_EQ(reply["ok"], true);
-  ASSERT_TRUE(WaitFor([&] { f.Fetch(); return f.resets == 1 && f.last_frame > 20; }));
-  EXPECT_EQ(f.resets, 1);
-
-  zorControl(Address(), R"({"cmd":"clock","action":"silence","on":true})", &error);
-  ASSERT_TRUE(error.empty()) << error;
-  int empty_in_a_row = 0;
-  ASSERT_TRUE(FetchInOrder(f, [&] { return empty_in_a_row > 20; }, [&] {
-    empty_in_a_row = f.markers.empty() && f.rigids.empty() ? empty_in_a_row + 1 : 0;
-  }));
-}
-
 TEST_F(ServerTest, ControlAndRawDataUseTheirOwnConnections) {
   std::string error;
   const auto reply =
