@@ -11,6 +11,7 @@
 
 #include "app/message_box.h"
 #include "calib/status_panel.h"
+#include "trackers/tracker_bar.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
 #include "widgets/embedded_images.h"
@@ -21,6 +22,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createMenus();
   createToolBars();
   createStatusDock();
+  createTrackerBar();
   createProgressLabel();
   createAccelerators();
   connectView();
@@ -29,6 +31,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createPumpTimer();
 
   applyOptions(options);
+  loadViewSettings();
   autoConnect_ = options.connect != 0;
   // Marked before the start mode is applied so that the mode's own showing
   // of the window makes the switch.
@@ -49,8 +52,6 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   updateControls();
   updateStatus();
 }
-
-CalibMainWindow::~CalibMainWindow() = default;
 
 void CalibMainWindow::createPumpTimer() {
   connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
@@ -200,6 +201,7 @@ void CalibMainWindow::sl_ZorTimerEvent() {
     // filter it for showing and add it to the trails.
     const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] {
       processFrame();
+      trackerBar_->noteFrame();
       view()->ProcessFrame();
     });
     calib().drainRaw();
