@@ -2,7 +2,9 @@
 // tracker and its marker views, trim and save, a rigid body captured from
 // selected markers that the server then tracks like the simulated body, the
 // rotation rings turning a body's layout, and the view settings file.
+#include <QApplication>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QMenu>
 #include <QTreeWidget>
 #include <Eigen/Geometry>
@@ -205,7 +207,10 @@ Eigen::Isometry3d PoseOf(const json& p) {
 }
 
 TEST_F(TrackersZordTest, CapturedRigidBodyFollowsTheTruthSavesAndTurnsWithTheRings) {
-  // The body's five LEDs (8..12, of tracker 0) selected as a box would, LED 8 first.
+  // The body held still away from the wand, the server paused, and a box
+  // dragged (middle button) around the body's five LEDs (8..12, of tracker 0).
+  Control({{"cmd", "body"}, {"mode", "rest"}, {"position", {1000, 1500, -1000}},
+           {"rotation", {1, 0, 0, 0}}});
   ASSERT_TRUE(RunUntil(
       [&] {
         for (int led = 8; led <= 12; ++led)
@@ -213,8 +218,35 @@ TEST_F(TrackersZordTest, CapturedRigidBodyFollowsTheTruthSavesAndTurnsWithTheRin
         return true;
       },
       10000));
-  Selection& selection = window_->view()->selection();
-  for (int led = 8; led <= 12; ++led) selection.AddDragMarker(int(Marker(led) - session().markers.data()));
+  PauseAndDrain();
+  GLView* view = window_->view();
+  view->repaint();
+  const auto toScreen = [&](const ZORMarker& m) {
+    const float s = view->PositionScale();
+    double x, y, z;
+    EXPECT_TRUE(view->camera().Project(Vec3(m.x * s, m.y * s, m.z * s), x, y, z));
+    const qreal ratio = view->devicePixelRatioF();
+    return QPoint(qRound(x / ratio), qRound((view->pixelHeight() - y) / ratio));
+  };
+  QRect box;
+  for (int led = 8; led <= 12; ++led) box |= QRect(toScreen(*Marker(led)), QSize(1, 1));
+  box.adjust(-6, -6, 6, 6);
+  ASSERT_TRUE(view->rect().contains(box)) << box.x() << "," << box.y();
+  for (const ZORMarker& m : session().markers) {
+    const bool other = m.cond > 0 && (m.id < 8 || m.id > 12);
+    ASSERT_FALSE(other && box.contains(toScreen(m))) << m.id;
+  }
+  const auto send = [&](QEvent::Type type, QPoint at, Qt::MouseButtons buttons) {
+    QMouseEvent event(type, at, view->mapToGlobal(at), Qt::MiddleButton, buttons, Qt::NoModifier);
+    QApplication::sendEvent(view, &event);
+  };
+  send(QEvent::MouseButtonPress, box.topLeft(), Qt::MiddleButton);
+  send(QEvent::MouseMove, box.center(), Qt::MiddleButton);
+  send(QEvent::MouseMove, box.bottomRight(), Qt::MiddleButton);
+  send(QEvent::MouseButtonRelease, box.bottomRight(), Qt::NoButton);
+  Selection& selection = view->selection();
+  ASSERT_EQ(selection.AllMarkers().size(), 5u);
+  Control({{"cmd", "clock"}, {"action", "resume"}});
 
   RBWindow* rb = bar_->rigidWindow();
   rb->sl_Capture();
@@ -228,6 +260,7 @@ TEST_F(TrackersZordTest, CapturedRigidBodyFollowsTheTruthSavesAndTurnsWithTheRin
   EXPECT_EQ(ReadText(rb->capturedFile().toStdString()).substr(0, 6), "s, 1\n0");
 
   // Tracked by the server: the pose keeps a fixed offset from the body's own.
+  Control({{"cmd", "body"}, {"mode", "move"}});
   ASSERT_TRUE(RunUntil([&] { return Rigid(id) != nullptr; }, 10000));
   const double toMm = 1.0 / session().scale;
   Eigen::Isometry3d offset;
@@ -256,13 +289,14 @@ TEST_F(TrackersZordTest, CapturedRigidBodyFollowsTheTruthSavesAndTurnsWithTheRin
   const Tracker reference(ZOR_RIGID_TRACKER, 9, DataPath("body.rb"));
   ASSERT_EQ(saved.markers.size(), 5u);
   std::vector<Eigen::Vector3d> from, to;
-  for (size_t i = 0; i < 5; ++i) {
-    ASSERT_EQ(saved.markers[i].ledId, reference.markers[i].ledId);
-    from.emplace_back(saved.markers[i].position[0], saved.markers[i].position[1],
-                      saved.markers[i].position[2]);
-    to.emplace_back(reference.markers[i].position[0], reference.markers[i].position[1],
-                    reference.markers[i].position[2]);
+  for (const TrackerMarker& a : saved.markers) {
+    for (const TrackerMarker& b : reference.markers) {
+      if (a.ledId != b.ledId) continue;
+      from.emplace_back(a.position[0], a.position[1], a.position[2]);
+      to.emplace_back(b.position[0], b.position[1], b.position[2]);
+    }
   }
+  ASSERT_EQ(from.size(), 5u);
   EXPECT_LT(FitRigid(from, to).worst, 0.5);
 
   // "edit" puts the rings on the body; turned by 30 degrees about y and

@@ -182,11 +182,11 @@ TEST_F(WindowTest, ToolBarsDocksAndTheirTips) {
 
   EXPECT_EQ(w->dockWidgetArea(w->settingsDock()), Qt::RightDockWidgetArea);
   EXPECT_EQ(w->dockWidgetArea(w->statusDock()), Qt::RightDockWidgetArea);
-  // Only the settings dock can be closed and offered back.
+  // Only the settings and tracker docks can be closed and offered back.
   std::unique_ptr<QMenu> dockMenu(w->createPopupMenu());
   QStringList offered = Items(dockMenu->actions());
   offered.removeAll("-");
-  EXPECT_EQ(offered, QStringList({"Settings"}));
+  EXPECT_EQ(offered, QStringList({"Settings", "Trackers"}));
 }
 
 TEST_F(WindowTest, DocksSharingASideStandOneAboveTheOther) {
