@@ -7,10 +7,12 @@
 #include <QStatusBar>
 #include <QToolBar>
 #include <algorithm>
+#include <iterator>
 #include <cstdio>
 
 #include "app/message_box.h"
 #include "calib/status_panel.h"
+#include "link/tracker_check.h"
 #include "trackers/tracker_bar.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
@@ -60,18 +62,22 @@ void CalibMainWindow::createPumpTimer() {
 
 void CalibMainWindow::applyOptions(const CalibOptions& options) {
   if (options.width > 0 && options.height > 0) resize(options.width, options.height);
-  calib().setWandFiles(options.wandFiles);
-  if (!options.trackerFiles.empty()) {
+  // Files the server would refuse (and end the session over) are left out.
+  std::vector<std::string> wandFiles;
+  std::copy_if(options.wandFiles.begin(), options.wandFiles.end(), std::back_inserter(wandFiles),
+               TrackerFileAccepted);
+  calib().setWandFiles(wandFiles);
+  if (!options.trackerFiles.empty() && TrackerFileAccepted(options.trackerFiles.front())) {
     calib().replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kWandTrackerId,
                                                      options.trackerFiles.front()));
     calib().wandChanged();
   }
   // The calibration's tracker 0 follows the rigid file's LEDs as points and
   // tracker 3 holds the alignment object as a rigid body.
-  if (!options.rigidFile.empty())
+  if (!options.rigidFile.empty() && TrackerFileAccepted(options.rigidFile))
     calib().replaceTracker(
         std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, options.rigidFile));
-  if (!options.pointFile.empty())
+  if (!options.pointFile.empty() && TrackerFileAccepted(options.pointFile))
     calib().replaceTracker(
         std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, options.pointFile));
   if (options.autoCapture) autoCapture_ = true;

@@ -360,14 +360,21 @@ TEST(TrackersSettings, ViewSettingsComeBackAfterARestartAndBadLinesAreOnlyReport
   }
   EXPECT_EQ(ReadText(file), text);
 
+  // Bad lines are only reported; so is a command-line tracker file that the
+  // server would refuse, which is left out.
   std::ofstream(file) << "slots:\n# note\n\nSlots: 1\nfoo bar\nslots: 5\n";
+  zortest::TempDir dir;
+  std::ofstream(dir.File("bad.rb")) << "1, 0 0 0\n2, nan 0 0\n";
+  options.rigidFile = dir.File("bad.rb");
   testing::internal::CaptureStderr();
   {
     CalibMainWindow window(nullptr, "w", options);
     EXPECT_TRUE(window.view()->draw.bySlot);
+    EXPECT_EQ(window.session().FindTracker(0)->markers.size(), 128u);
   }
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "unknown configuration: slots:\nunknown token: Slots: in " + file +
+            "error: " + dir.File("bad.rb") + ":2: coordinates are not finite numbers\n" +
+                "unknown configuration: slots:\nunknown token: Slots: in " + file +
                 "\nunknown token: foo in " + file + "\n");
 }
 

@@ -34,3 +34,9 @@ std::string CheckTrackerFile(const std::string& fileName) {
   }
   return {};
 }
+
+bool TrackerFileAccepted(const std::string& fileName) {
+  const std::string problem = CheckTrackerFile(fileName);
+  if (!problem.empty()) std::fprintf(stderr, "error: %s\n", problem.c_str());
+  return problem.empty();
+}

@@ -9,3 +9,7 @@
 // (lines counted from 1). A file that cannot be read passes: reading it
 // reports that.
 std::string CheckTrackerFile(const std::string& fileName);
+
+// The same for files named on the command line: a refused file is reported
+// as "error: " and the reason on standard error. True when it may be sent.
+bool TrackerFileAccepted(const std::string& fileName);

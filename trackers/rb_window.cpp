@@ -48,6 +48,14 @@ RBWindow::RBWindow(ZOR* session, GLView* view, QWidget* parent)
 
 void RBWindow::say(const QString& text) { status_->setText(text); }
 
+// First shown beside the tracker dock, over the 3D view, not on the list.
+void RBWindow::showBesideParent() {
+  if (!isVisible() && parentWidget())
+    move(parentWidget()->mapToGlobal(QPoint(parentWidget()->width() + 8, 0)));
+  show();
+  raise();
+}
+
 std::vector<int32_t> RBWindow::selectedMarkerIds() const {
   std::vector<int32_t> ids;
   for (int index : view_->selection().AllMarkers())
@@ -72,8 +80,7 @@ void RBWindow::sl_Capture() {
   capture_.Start(selectedMarkerIds());
   captured_.clear();
   capturedFile_.clear();
-  show();
-  raise();
+  showBesideParent();
   if (capture_.markerSlots().size() < 3) {  // nothing to wait for
     finishCapture();
     return;
@@ -142,8 +149,7 @@ void RBWindow::setEditing(bool on) {
   editing_ = on;
   view_->draw.manipulator = on;
   if (on) {
-    show();
-    raise();
+    showBesideParent();
     say("turn the rigid body with the rings, then apply");
   }
   view_->update();

@@ -59,6 +59,7 @@ class RBWindow : public QWidget {
   int32_t ledOf(int32_t markerId) const;
   void setEditing(bool on);
   void say(const QString& text);
+  void showBesideParent();
 
   ZOR* session_;
   GLView* view_;

@@ -276,8 +276,13 @@ void TrackerBar::allMarkersTracker() {
 void TrackerBar::refresh() {
   for (int i = list_->topLevelItemCount() - 1; i >= 0; --i)
     if (!session_->FindTracker(rowId(list_->topLevelItem(i)))) removeRow(list_->topLevelItem(i));
-  for (const auto& tracker : session_->trackers)
-    if (!rowOf(tracker->id)) addRow(*tracker, KindOfType(tracker->type), QString());
+  for (const auto& tracker : session_->trackers) {
+    QTreeWidgetItem* row = rowOf(tracker->id);
+    if (!row) row = addRow(*tracker, KindOfType(tracker->type), QString());
+    // Others may fill a tracker after its row was made (the wand from its file).
+    const QString info = QString("%1 markers").arg(tracker->markers.size());
+    if (rowKind(row) != kAllMarkers && row->text(1) != info) row->setText(1, info);
+  }
 
   // Marker views: each cell from the frame's record of that marker.
   const Selection& selection = view_->selection();
