@@ -7,10 +7,13 @@
 #include <QStatusBar>
 #include <QToolBar>
 #include <algorithm>
+#include <iterator>
 #include <cstdio>
 
 #include "app/message_box.h"
 #include "calib/status_panel.h"
+#include "link/tracker_check.h"
+#include "trackers/tracker_bar.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
 #include "widgets/embedded_images.h"
@@ -21,6 +24,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createMenus();
   createToolBars();
   createStatusDock();
+  createTrackerBar();
   createProgressLabel();
   createAccelerators();
   connectView();
@@ -29,6 +33,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createPumpTimer();
 
   applyOptions(options);
+  loadViewSettings();
   autoConnect_ = options.connect != 0;
   // Marked before the start mode is applied so that the mode's own showing
   // of the window makes the switch.
@@ -50,8 +55,6 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   updateStatus();
 }
 
-CalibMainWindow::~CalibMainWindow() = default;
-
 void CalibMainWindow::createPumpTimer() {
   connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
   pumpTimer_.start(kPumpIntervalMs);
@@ -59,18 +62,22 @@ void CalibMainWindow::createPumpTimer() {
 
 void CalibMainWindow::applyOptions(const CalibOptions& options) {
   if (options.width > 0 && options.height > 0) resize(options.width, options.height);
-  calib().setWandFiles(options.wandFiles);
-  if (!options.trackerFiles.empty()) {
+  // Files the server would refuse (and end the session over) are left out.
+  std::vector<std::string> wandFiles;
+  std::copy_if(options.wandFiles.begin(), options.wandFiles.end(), std::back_inserter(wandFiles),
+               TrackerFileAccepted);
+  calib().setWandFiles(wandFiles);
+  if (!options.trackerFiles.empty() && TrackerFileAccepted(options.trackerFiles.front())) {
     calib().replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kWandTrackerId,
                                                      options.trackerFiles.front()));
     calib().wandChanged();
   }
   // The calibration's tracker 0 follows the rigid file's LEDs as points and
   // tracker 3 holds the alignment object as a rigid body.
-  if (!options.rigidFile.empty())
+  if (!options.rigidFile.empty() && TrackerFileAccepted(options.rigidFile))
     calib().replaceTracker(
         std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, options.rigidFile));
-  if (!options.pointFile.empty())
+  if (!options.pointFile.empty() && TrackerFileAccepted(options.pointFile))
     calib().replaceTracker(
         std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, options.pointFile));
   if (options.autoCapture) autoCapture_ = true;
@@ -200,6 +207,7 @@ void CalibMainWindow::sl_ZorTimerEvent() {
     // filter it for showing and add it to the trails.
     const ZOR::PumpResult pumped = session().Pump(ZOR::kPollsPerTick, [this] {
       processFrame();
+      trackerBar_->noteFrame();
       view()->ProcessFrame();
     });
     calib().drainRaw();

@@ -26,6 +26,8 @@ class QOpenGLWidget;
 class PreferenceDialog;
 class QToolBar;
 class StatusPanel;
+class TrackerBar;
+struct ViewSettings;
 
 class CalibMainWindow : public ZorViewWindow {
   Q_OBJECT
@@ -72,6 +74,8 @@ class CalibMainWindow : public ZorViewWindow {
   QToolBar* drawingBar() const { return drawingBar_; }
   QDockWidget* statusDock() const;
   StatusPanel* statusPanel() const { return statusPanel_; }
+  // The "Trackers" dock.
+  TrackerBar* trackerBar() const { return trackerBar_; }
   QMenu* brushMenu() const { return brushMenu_; }
   // The preferences of the view, once opened (null before).
   PreferenceDialog* preferences() const;
@@ -89,6 +93,12 @@ class CalibMainWindow : public ZorViewWindow {
   void disconnectServer() override;
   void updateControls() override;
   void reportConnectError(int code) override;
+
+  // The view settings file (.calibst): read while the window is built,
+  // written when it goes.
+  void loadViewSettings();
+  void saveViewSettings();
+  ViewSettings currentViewSettings() const;
 
  signals:
   void sg_AimingState(bool on);
@@ -164,6 +174,7 @@ class CalibMainWindow : public ZorViewWindow {
   void createMenus();
   void createToolBars();
   void createStatusDock();
+  void createTrackerBar();
   void createAccelerators();
   void createPumpTimer();
   void createProgressLabel();
@@ -235,6 +246,7 @@ class CalibMainWindow : public ZorViewWindow {
   QComboBox* calibModeBox_ = nullptr;
   QComboBox* qualityBox_ = nullptr;
   StatusPanel* statusPanel_ = nullptr;
+  TrackerBar* trackerBar_ = nullptr;
   QLabel* progressLabel_ = nullptr;
   QPointer<PreferenceDialog> preferences_;
   QElapsedTimer clock_;  // the progress arrows' time base

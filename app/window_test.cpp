@@ -133,11 +133,11 @@ TEST_F(WindowTest, MenusBarsAndDocksAsTheUserSeesThem) {
   auto* cameras = w->drawingBar()->findChild<QToolButton*>("cameras");
   ASSERT_NE(cameras, nullptr);
   EXPECT_EQ(cameras->menu()->actions().size(), 3);
-  // Only the settings dock can be closed and offered back.
+  // Only the settings and tracker docks can be closed and offered back.
   std::unique_ptr<QMenu> dockMenu(w->createPopupMenu());
   QStringList offered = Items(dockMenu->actions());
   offered.removeAll("-");
-  EXPECT_EQ(offered, QStringList({"Settings"}));
+  EXPECT_EQ(offered, QStringList({"Settings", "Trackers"}));
 }
 
 TEST_F(WindowTest, DocksSharingASideStandOneAboveTheOther) {
