@@ -28,6 +28,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createProgressLabel();
   createAccelerators();
   connectView();
+  connectAlignment();
   setWindowTitle(QStringLiteral("Corvane System Calibration"));
   resize(800, 600);
   createPumpTimer();
@@ -42,9 +43,8 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   // layout stands in for the question.
   sl_PreCalib(options.startMode == -1 ? 2 : options.startMode);
   if (options.alignKind != 0) {
-    alignKind_ = options.alignKind;
     sl_CalibMode(1);
-    setAlignKind(alignKind_);
+    setAlignKind(options.alignKind);
   }
   if (autoConnect_) {
     settingsDock()->requestConnect();
@@ -115,7 +115,7 @@ void CalibMainWindow::sl_PreCalib(int mode) {
     fullScreen_ = 0;
     sl_FullScreen();
   }
-  setAlignKind(alignKind_);
+  showAlignKind();
 }
 
 void CalibMainWindow::sl_Quit() { QApplication::quit(); }
@@ -197,6 +197,8 @@ void CalibMainWindow::updateControls() {
   updateCalibControls(connected);
   for (QAction* button : {snapshotButton_, clearButton_, flipButton_, alignButton_})
     button->setEnabled(connected);
+  alignButton_->setCheckable(true);
+  alignButton_->setChecked(calib().aligning);
   // The connection's settings cannot change under a running session.
   settingsDock()->setConnectEnabled(!connected);
 }
@@ -233,18 +235,6 @@ void CalibMainWindow::sl_ToggleAiming() {
 }
 
 void CalibMainWindow::sl_EnableAiming(bool on) { aiming_ = on; }
-
-void CalibMainWindow::sl_Align1() { setAlignKind(1); }
-void CalibMainWindow::sl_Align2() { setAlignKind(2); }
-void CalibMainWindow::sl_Align3() { setAlignKind(3); }
-
-void CalibMainWindow::setAlignKind(int kind) {
-  alignKind_ = kind;
-  setEntryChecked(kAlignRigid, kind == 1);
-  setEntryChecked(kAlignObject, kind == 2);
-  setEntryChecked(kAlignWand, kind == 3);
-  if (kind >= 1 && kind <= 3) alignKindBox_->setCurrentIndex(kind - 1);
-}
 
 // Alignment works on the calibration the server has; a calibration starts
 // from a blank one. Either takes effect when the session next opens.

@@ -9,6 +9,7 @@
 #include <QKeySequence>
 #include <QPointer>
 #include <QTimer>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -59,7 +60,7 @@ class CalibMainWindow : public ZorViewWindow {
   bool autoCapture() const { return autoCapture_; }
   int captureRequest() const { return captureRequest_; }
   bool orientationMode() const { return orientationMode_; }
-  int alignKind() const { return alignKind_; }
+  int alignKind() const { return calib().alignKind; }
   int fullScreenState() const { return fullScreen_; }
   bool paused() const { return paused_; }
   bool aiming() const { return aiming_; }
@@ -85,6 +86,12 @@ class CalibMainWindow : public ZorViewWindow {
   // The session, which is the calibration engine.
   CalibSession& calib() { return static_cast<CalibSession&>(session()); }
   const CalibSession& calib() const { return static_cast<const CalibSession&>(session()); }
+
+  // Kind 2: markers picked in the view name the alignment's three points.
+  bool markerSelection() const { return markerSelection_; }
+  // Asks for the tracker file of an alignment object (tracker id given);
+  // empty when cancelled. Replaceable so that nothing blocks in tests.
+  std::function<QString(int trackerId)> chooseTrackerFile;
 
   // The dock menu, without the tool bars and the status panel.
   QMenu* createPopupMenu() override;
@@ -187,7 +194,15 @@ class CalibMainWindow : public ZorViewWindow {
   void selectNumber(int number);
   // Check marks of the drawing entries from the view's switches.
   void showDrawingSwitches();
+  // Alignment (calib_main_window_align.cpp).
   void setAlignKind(int kind);
+  void showAlignKind();
+  void connectAlignment();
+  bool loadAlignObject(int32_t trackerId);
+  void processAlignment();
+  void pickAlignmentMarkers();
+  void showAlignmentPoints();
+  void alignmentSaved();
   void showCalibStatus(const QString& text);
   // Calibration steps the slots and the frame pump share.
   void startOrStopCapture();
@@ -257,7 +272,7 @@ class CalibMainWindow : public ZorViewWindow {
   bool autoCapture_ = false;
   int captureRequest_ = 0;
   bool orientationMode_ = false;
-  int alignKind_ = 0;   // 0 none, 1 rigid body, 2 alignment object, 3 wand
+  bool markerSelection_ = false;
   int fullScreen_ = 0;  // 0 normal, 1 full screen, -1 go full screen once the mode is chosen
   bool menuBarWanted_ = true;  // the menu bar's state outside full screen
   bool aiming_ = false;

@@ -11,6 +11,7 @@
 #include "app/calib_main_window.h"
 #include "calib/calib_display.h"
 #include "calib/status_panel.h"
+#include "view/gl_view.h"
 
 void CalibMainWindow::createProgressLabel() {
   progressLabel_ = new QLabel(this);
@@ -23,7 +24,7 @@ void CalibMainWindow::createProgressLabel() {
 void CalibMainWindow::processFrame() {
   CalibSession& engine = calib();
   if (engine.readMessage() == 1 && engine.messageReady) showCalibResult();
-  if (engine.aligning) engine.applyPendingAlignment();
+  processAlignment();
   // -auto: the capture starts by itself once frames flow.
   if (autoCapture_) {
     autoCapture_ = false;
@@ -34,6 +35,9 @@ void CalibMainWindow::processFrame() {
 
 void CalibMainWindow::showCalibResult() {
   const CalibSession& engine = calib();
+  view()->update();
+  // A new run: the cameras are shown in the 3D view again.
+  if (StartsNewRun(engine.pass) && view()->view2d()) view()->sl_View2d();
   const QString text = CalibResultHtml(statusPanel_->statusText(), engine.pass, engine.passError,
                                        engine.messageDetail);
   // The wizard follows the passes; a failed pass reaches it with -1.
@@ -95,8 +99,15 @@ void CalibMainWindow::sl_ResetCalibrate() {
 }
 
 void CalibMainWindow::sl_SaveCalibration() {
-  if (calib().save())
+  CalibSession& engine = calib();
+  const bool wasAligning = engine.aligning;
+  if (engine.save()) {
     statusBar()->showMessage(QStringLiteral("calibration saved"), kStatusMessageMs);
+    if (wasAligning) alignmentSaved();
+  } else if (engine.connected() && !engine.calibrating && !engine.capturing) {
+    statusBar()->showMessage(QStringLiteral("calibration NOT saved: the server refused it"),
+                             kStatusMessageMs);
+  }
   updateControls();
 }
 

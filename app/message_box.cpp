@@ -18,6 +18,14 @@ void ShowWarning(QWidget* parent, const QString& caption, const QString& text) {
   QMessageBox::warning(parent, caption, text);
 }
 
+void ShowInformation(QWidget* parent, const QString& caption, const QString& text) {
+  if (Handler()) {
+    Handler()(parent, caption, text);
+    return;
+  }
+  QMessageBox::information(parent, caption, text);
+}
+
 WarningHandler SetWarningHandler(WarningHandler handler) {
   return std::exchange(Handler(), std::move(handler));
 }

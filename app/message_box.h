@@ -13,5 +13,7 @@ using WarningHandler =
 
 // A modal QMessageBox::warning unless a handler is installed.
 void ShowWarning(QWidget* parent, const QString& caption, const QString& text);
+// An information box, through the same handler as the warnings.
+void ShowInformation(QWidget* parent, const QString& caption, const QString& text);
 // Installs a handler (an empty one restores the dialog); returns the previous.
 WarningHandler SetWarningHandler(WarningHandler handler);

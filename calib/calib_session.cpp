@@ -15,7 +15,7 @@ void TransformPoint(const float m[16], float* p) {
   for (int i = 0; i < 3; ++i) p[i] = rotated[i] + m[12 + i];
 }
 
-// p := a * p for poses.
+// p := a * p for poses (a's rotation and translation).
 void ComposePose(const float* a, float* p) {
   float composed[7];
   mult_pp(a, p, composed);
@@ -38,6 +38,8 @@ int32_t CalibSession::open(const ConnectionSettings& settings, bool secondStream
   alignPoints.clear();
   alignWandPoints.clear();
   alignIndices = {0, 1, 2};
+  autoSnapshot = alignKind == 3;  // a snapshot by hand stops them until now
+  stillness.Reset();
 
   flags = kCalibFlags;
   ResetFrames();
@@ -174,23 +176,37 @@ bool CalibSession::resetCalibration() {
 
 bool CalibSession::save() {
   if (!connected() || calibrating || capturing) return false;
+  float m[16];
+  convert_pm(pose.data(), m);
   float global[7] = {0, 0, 0, 1, 0, 0, 0};
-  zorGetFloatv(kGlobalTransform, global);
-  // The cameras are shown where the saved transform puts them without
-  // waiting for the server's next report.
-  for (ZORCamera& camera : cameras)
-    if (camera.cond > 0) ComposePose(pose.data(), camera.pose);
-
-  for (int i = 0; i < 3; ++i) pose[i] /= scale;
+  if (zorGetFloatv(kGlobalTransform, global) != 7) {
+    std::printf("error: CalibSession::save(): cannot read the global transform (e=%x)\n",
+                zorGetError());
+    return false;
+  }
+  // The server's transform is in its own units.
+  Pose sent = pose;
+  for (int i = 0; i < 3; ++i) sent[i] /= scale;
   float composed[7];
-  mult_pp(pose.data(), global, composed);
-  zorSetFloatv(kGlobalTransform, composed);
-  zorSetInteger(kSave, 1);
+  mult_pp(sent.data(), global, composed);
+  if (zorSetFloatv(kGlobalTransform, composed) != 1 || zorSetInteger(kSave, 1) != 1) {
+    std::printf("error: CalibSession::save(): the server did not save (e=%x)\n", zorGetError());
+    return false;
+  }
 
   calibrationSaved = true;
   if (aligning) {
     aligned = true;
     aligning = false;
+    showAlignObjectOnly(false);
+  }
+  // The shown cameras move with the saved transform before the server's next
+  // report arrives.
+  for (ZORCamera& camera : cameras) {
+    if (camera.cond <= 0) continue;
+    float moved[3];
+    mult_mv3_v3(m, camera.pose, moved);
+    std::copy(moved, moved + 3, camera.pose);
   }
   pose.identity();
   std::printf("saved\n");

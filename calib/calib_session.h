@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "calib/stillness_detector.h"
 #include "link/zortk.h"
 
 class CalibSession : public ZOR {
@@ -87,6 +88,41 @@ class CalibSession : public ZOR {
   void drainRaw();
   void closeRaw();
 
+  // Alignment (calib_align.cpp). The pending alignment is `pose`: applied to
+  // everything shown while aligning and written to the server by save().
+  //
+  // Sets the kind and what goes with it: the cached frame is dropped, the
+  // stillness reference forgotten, and for kinds 2 and 3 the index list is
+  // 0, 1, 2 again. Returns whether the kind's object is there (tracker 3 for
+  // kind 1, the wand for kind 3; kind 2 needs none).
+  bool setAlignKind(int32_t kind);
+  // The tracker a kind aligns with, or -1.
+  static int32_t alignObjectTracker(int32_t kind);
+  bool alignObjectPresent() const;
+  // The Align toggle: 1 when an alignment started, -1 when the running one
+  // ended without saving, 0 when nothing happened (not connected, busy).
+  int startAlignment();
+  // The pending pose from the current frame (raw, before it is shown
+  // aligned): true when it was computed.
+  bool computeAlignment();
+  // The three-point construction: p0 becomes the origin, p1 lies on +X and
+  // p2 on the +Z side in the plane Y = 0; `flip` turns it upside down. False
+  // (pose unchanged) when none of the three points is valid.
+  bool alignFromPoints(const ZORMarker& p0, const ZORMarker& p1, const ZORMarker& p2, bool flip);
+  // The construction, flipped when the cameras' vote puts them below the floor.
+  bool alignWithCheck(const ZORMarker& p0, const ZORMarker& p1, const ZORMarker& p2);
+  // Turns the last construction upside down; false when there was none.
+  bool flipAlignment();
+  // Empties the captured wand points.
+  void clearAlignPoints();
+  // The stillness detection on this frame's one valid rigid: appends its
+  // position (in unaligned coordinates) to the wand points when it rests.
+  StillnessDetector::Step detectStillness();
+  int alignPointCount() const { return static_cast<int>(alignWandPoints.size()); }
+  // Ends capture-time trackers' reports while aligning so that the object
+  // is the one rigid in view; true restores them.
+  void showAlignObjectOnly(bool on);
+
   // Quality value for a row of the quality chooser.
   static int32_t qualityForRow(int row);
 
@@ -94,9 +130,13 @@ class CalibSession : public ZOR {
   int32_t loadExisting = 0;
   int32_t recordRaw = 0;
   int32_t rawOpen = 0;
-  std::vector<Vec3> alignPoints;       // captured alignment positions
-  std::vector<Vec3> alignWandPoints;   // the wand's own captured points
+  std::vector<ZORMarker> alignPoints;      // working list of a computation
+  std::vector<ZORMarker> alignWandPoints;  // captured at rest, unaligned coordinates
+  // Which entries of the working list are the origin, the X point and the
+  // plane point (kind 2: filled by picking markers).
   std::vector<int32_t> alignIndices = {0, 1, 2};
+  bool autoSnapshot = true;  // stillness takes points by itself (kind 3)
+  StillnessDetector stillness;
   bool capturing = false;
   bool captured = false;
   bool calibrating = false;
@@ -115,4 +155,10 @@ class CalibSession : public ZOR {
   std::string messageDetail;
   int32_t wandAdded = 0;
   std::string rawFile;  // the file of the last recording opened
+
+ private:
+  ZORMarker lastAligned_[3] = {};  // the points of the last construction
+  bool lastFlip_ = false;
+  bool haveAligned_ = false;
+  bool flipUp_ = false;  // the operator asked for the other way up
 };

@@ -172,6 +172,14 @@ TEST_F(CalibSessionTest, SavingComposesThePendingAlignmentWithTheServersTransfor
   session.save();  // refused while capturing
   EXPECT_FALSE(Called("zorSetInteger(3090,1)"));
   session.capturing = false;
+  Double().failing["zorSetFloatv"] = ZOR_INVALID_VALUE;
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(session.save());  // says so instead of "saved"; nothing changes
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "error: CalibSession::save(): the server did not save (e=20)\n");
+  EXPECT_FALSE(session.calibrationSaved);
+  EXPECT_EQ(session.pose[0], 0.1f);
+  Double().failing.clear();
 
   testing::internal::CaptureStdout();
   session.save();
@@ -185,10 +193,10 @@ TEST_F(CalibSessionTest, SavingComposesThePendingAlignmentWithTheServersTransfor
   EXPECT_NEAR(sent[2], 30, 1e-3);
   EXPECT_NEAR(sent[3], h, 1e-6);
   EXPECT_NEAR(sent[6], h, 1e-6);
-  // The valid camera moved by the pending alignment, the uncalibrated one did not.
-  EXPECT_NEAR(session.cameras[0].pose[0], 0.1f, 1e-6);
+  // Only the valid camera's position turns with the pending alignment.
+  EXPECT_NEAR(session.cameras[0].pose[0], 0.0f, 1e-6);
   EXPECT_NEAR(session.cameras[0].pose[1], 1.0f, 1e-6);
-  EXPECT_NEAR(session.cameras[0].pose[6], h, 1e-6);
+  EXPECT_EQ(session.cameras[0].pose[6], 0.0f);
   EXPECT_EQ(session.cameras[1].pose[0], 1.0f);
   EXPECT_TRUE(session.calibrationSaved);
   EXPECT_TRUE(session.anySaved);

@@ -405,6 +405,7 @@ void SceneView::DrawRigids(bool forPick) {
     }
     glPushMatrix();
     MultPose(b.pose, ps);
+    glMultMatrixf(orientation.data());
     const float axis = 200 * s;
     glColor4f(1, 0, 0, k.v[3]);
     gldraw::Line({0, 0, 0}, {axis, 0, 0});
@@ -621,7 +622,12 @@ void SceneView::DrawAlignment() {
   static const char* kNames[] = {"Origin", "X", "Z"};
   std::vector<Vec3> p;
   for (const Vec3& a : alignmentPoints) p.push_back(Vec3(a).scale(s));
-  glColor3f(1, 1, 1);
+  // A point just taken shows yellow for a moment.
+  const bool fresh = static_cast<int32_t>(alignmentHighlightUntil - clock_.Now()) > 0;
+  if (fresh)
+    glColor3f(1, 1, 0);
+  else
+    glColor3f(1, 1, 1);
   for (size_t i = 0; i < p.size() && i < 3; ++i) {
     glPushMatrix();
     glTranslatef(p[i][0], p[i][1], p[i][2]);

@@ -17,6 +17,7 @@
 #include "view/manipulator.h"
 #include "view/marker_store.h"
 #include "view/mouse_state.h"
+#include "view/orientation.h"
 #include "view/selection.h"
 #include "view/view_camera.h"
 
@@ -118,6 +119,10 @@ class SceneView {
   DrawSwitches draw;
   std::vector<Vec3> rulers;            // millimetres
   std::vector<Vec3> alignmentPoints;   // millimetres: origin, X, Z
+  // Drawn highlighted until the view clock passes this (a point just taken).
+  uint32_t alignmentHighlightUntil = 0;
+  // Rigid bodies are drawn in this orientation of their own axes.
+  OrientationMatrix orientation = IdentityOrientation();
 
   ViewCamera& camera() { return camera_; }
   const ViewCamera& camera() const { return camera_; }

@@ -85,7 +85,7 @@ bool SimEngine::Start(std::string* error) {
     if (!WriteFileAtomically(options_.truth_out, truth, error)) return false;
   }
   std::lock_guard lock(mutex_);
-  working_ = saved_ = initial;
+  working_ = saved_ = current_ = initial;
   RebuildRig();
   return true;
 }

@@ -119,6 +119,10 @@ class SimEngine : public Engine {
   uint64_t plan_version_ = ~uint64_t{0};
   CalibrationState working_;
   CalibrationState saved_;
+  // The last saved or solved calibration: what a session that keeps the
+  // existing calibration starts from and what a closing session leaves
+  // behind, so a solve is not lost with the session that asked for it.
+  CalibrationState current_;
   std::shared_ptr<const Rig> rig_;
   std::optional<int> working_owner_;  // session that changed the working calibration
   bool capturing_ = false;

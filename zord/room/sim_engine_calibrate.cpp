@@ -70,6 +70,7 @@ void SimEngine::FinishCalibration(const CalibrationResult& result, int session) 
   // The solver chose a new world frame; a global transform made for the old
   // one would misplace everything.
   working_.global = RigidPlacement();
+  current_ = working_;  // kept beyond the session until a save or a new solve
   working_owner_ = session;
   RebuildRig();
 }

@@ -37,8 +37,8 @@ void SimEngine::SessionOpened(const ClientContext& who) {
 void SimEngine::SessionClosed(const ClientContext& who) {
   std::lock_guard lock(mutex_);
   if (working_owner_ == who.session) {
-    // Unsaved calibration work is dropped: back to the last saved calibration.
-    working_ = saved_;
+    // Unsaved changes are dropped, but a solved calibration stays current.
+    working_ = current_;
     working_owner_.reset();
     RebuildRig();
   }
@@ -128,7 +128,7 @@ int SimEngine::SetInteger(const ClientContext& who, int code, int value) {
       working_ = CalibrationState();
       working_.cameras.resize(scene_->cameras.size());
     } else {
-      working_ = saved_;
+      working_ = current_;
     }
     working_owner_ = who.session;
     RebuildRig();
@@ -143,7 +143,7 @@ int SimEngine::SetInteger(const ClientContext& who, int code, int value) {
       return ZOR_INVALID_OPERATION;
     }
   }
-  saved_ = working_;
+  saved_ = current_ = working_;
   working_owner_.reset();
   return ZOR_NO_ERROR;
 }
@@ -205,6 +205,7 @@ void SimEngine::SetWorkingCameras(const std::vector<CameraCalibration>& cameras,
   for (size_t i = 0; i < cameras.size() && i < working_.cameras.size(); ++i) {
     working_.cameras[i] = cameras[i];
   }
+  current_ = working_;
   working_owner_ = session;
   RebuildRig();
 }

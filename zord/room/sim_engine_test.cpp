@@ -480,8 +480,13 @@ TEST_F(EngineCalibration, RunsBesideTheClockAndInstallsCamerasThatAgreeWithTheTr
   EXPECT_LT(e.position_max_mm, 1.0) << e.position_rms_mm;
   EXPECT_LT(e.rotation_max_deg, 0.02) << e.rotation_rms_deg;
 
-  // Closing the session without saving goes back to the saved (blank) state.
+  // The solve outlives its session until a blank session replaces it.
   engine_->SessionClosed(kCalib);
+  EXPECT_EQ(CalibratedCount(*engine_), 8);
+  engine_->SessionOpened(kCalib);
+  ASSERT_EQ(engine_->SetInteger(kCalib, ZOR_CALIB_LOAD_EXISTING, 1), ZOR_NO_ERROR);
+  EXPECT_EQ(CalibratedCount(*engine_), 8);
+  ASSERT_EQ(engine_->SetInteger(kCalib, ZOR_CALIB_LOAD_EXISTING, 0), ZOR_NO_ERROR);
   EXPECT_EQ(CalibratedCount(*engine_), 0);
 }
 

@@ -1,0 +1,193 @@
+// Alignment as an operator runs it in the window against a real zord started
+// blank. After a calibration the wand rests at three corners of the alignment
+// frame lying on the floor and the window takes them by itself; markers picked
+// with the mouse, and the frame as a rigid body, then give the same room
+// frame. Checked against the simulation's truth. Heavy (SERIAL).
+#include <QTest>
+#include <fstream>
+
+#include "app/calibration_zord_support.h"
+#include "view/gl_view.h"
+
+namespace {
+
+using nlohmann::json;
+using zortest::Control;
+using zortest::DataPath;
+using zortest::RunUntil;
+using Eigen::Vector3d;
+
+constexpr int kOrigin = 13, kOnX = 15, kOnZ = 16;  // LEDs of the alignment frame
+
+class AlignmentZordTest : public zortest::CalibrationZordTest {
+ protected:
+  void Rest(const std::string& address, const Vector3d& at) {
+    Control(address, {{"cmd", "wand"}, {"mode", "rest"}, {"position", {at.x(), at.y(), at.z()}},
+                      {"direction", {1, 0, 0}}});
+  }
+  // Waits for `count` more frames to reach the window.
+  void Frames(CalibMainWindow& window, int count) {
+    const int until = window.session().lastFrame + count;
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame >= until; }, 20000));
+  }
+  // Mean shown position (mm) of marker `id` over a few dozen ticks.
+  Vector3d MeanMarker(CalibMainWindow& window, int32_t id) {
+    Vector3d sum = Vector3d::Zero();
+    int seen = 0;
+    for (int tick = 0; tick < 40; ++tick) {
+      Frames(window, 1);
+      for (const ZORMarker& m : window.session().markers)
+        if (m.id == id && m.cond > 0) sum += Vector3d(m.x, m.y, m.z), ++seen;
+    }
+    EXPECT_GT(seen, 20) << id;
+    return sum / std::max(seen, 1) / window.session().scale;
+  }
+  // Index of the seen marker `id` in the current frame, -1 if none.
+  static int MarkerIndex(const CalibMainWindow& window, int32_t id) {
+    const auto& markers = window.session().markers;
+    for (size_t i = 0; i < markers.size(); ++i)
+      if (markers[i].id == id && markers[i].cond > 0) return static_cast<int>(i);
+    return -1;
+  }
+  void Click(CalibMainWindow& window, int32_t id) {
+    GLView* view = window.view();
+    int index = -1;
+    ASSERT_TRUE(RunUntil([&] { return (index = MarkerIndex(window, id)) >= 0; }, 5000));
+    const ZORMarker& m = window.session().markers[index];
+    const float s = view->PositionScale();
+    double x, y, z;
+    ASSERT_TRUE(view->camera().Project(Vec3(m.x * s, m.y * s, m.z * s), x, y, z));
+    const qreal ratio = view->devicePixelRatioF();
+    QTest::mouseClick(view, Qt::LeftButton, {},
+                      QPoint(qRound(x / ratio), qRound((view->pixelHeight() - y) / ratio)));
+    QTest::qWait(300);  // not a double click
+  }
+  // Heights (y) of the cameras as the window shows them.
+  static std::vector<float> CameraHeights(const CalibMainWindow& window) {
+    std::vector<float> heights;
+    for (const ZORCamera& c : window.session().cameras)
+      if (c.cond > 0) heights.push_back(c.pose[1]);
+    return heights;
+  }
+  void Shot(CalibMainWindow& window, const char* name) {
+    if (const char* dir = std::getenv("ZOR_SCREENSHOT_DIR")) {
+      RunUntil([] { return false; }, 300);
+      window.grab().save(QString(dir) + "/" + name);
+    }
+  }
+  void Save(CalibMainWindow& window) {
+    testing::internal::CaptureStdout();
+    window.entry(CalibMainWindow::kSave)->trigger();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
+    EXPECT_FALSE(Calib(window).aligning);
+  }
+};
+
+TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame) {
+  zortest::TempDir dir;
+  const std::string truthFile = dir.File("truth.json");
+  auto zord = StartZord({"--truth-out", truthFile});
+  auto window = OpenWindow(zord->address(), false);
+  window->resize(1000, 800);
+  ASSERT_NO_FATAL_FAILURE(Connect(*window));
+  ASSERT_NO_FATAL_FAILURE(CaptureWand(*window, 8));
+  ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
+  CalibSession& calib = Calib(*window);
+
+  // The truth: the frame's LEDs in the world, and where the cameras stand.
+  const json truth = json::parse(std::ifstream(truthFile));
+  std::map<int, Vector3d> led;
+  for (const json& l : truth["leds"]) {
+    const auto p = l["position"].get<std::vector<double>>();
+    led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
+  }
+  const auto pose = truth["align"]["pose"].get<std::vector<double>>();
+  const Eigen::Quaterniond frameRotation(pose[3], pose[4], pose[5], pose[6]);
+  const auto inFrame = [&](const Vector3d& world) {  // world mm to the frame's own coordinates
+    return frameRotation.conjugate() * (world - led[kOrigin]);
+  };
+
+  // Kind 3: the wand rests at the frame's corner, then on its X arm, then on
+  // its Z arm, waved in between; the window takes each place by itself.
+  window->entry(CalibMainWindow::kAlignWand)->trigger();
+  window->sl_Align();
+  ASSERT_TRUE(calib.aligning);
+  for (int corner : {kOrigin, kOnX, kOnZ}) {
+    Rest(zord->address(), led[corner]);
+    const int before = calib.alignPointCount();
+    ASSERT_TRUE(RunUntil([&] { return calib.alignPointCount() == before + 1; }, 30000)) << corner;
+    if (corner == kOnX) Shot(*window, "alignment-wand.png");
+    Control(zord->address(), {{"cmd", "wand"}, {"mode", "wave"}});
+    ASSERT_NO_FATAL_FAILURE(Frames(*window, 200));
+  }
+  ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
+  Save(*window);
+
+  // The server now reports the frame: corner at the origin, X arm on +X,
+  // the Z arm on the +Z side, every LED on the floor, the cameras above it
+  // and where the truth has them.
+  const Vector3d origin = MeanMarker(*window, kOrigin);
+  EXPECT_LT(origin.norm(), 1.0) << origin.transpose();
+  const Vector3d onX = MeanMarker(*window, kOnX), onZ = MeanMarker(*window, kOnZ);
+  EXPECT_GT(onX.x(), 690);
+  EXPECT_LT(Eigen::Vector2d(onX.y(), onX.z()).norm(), 2.0) << onX.transpose();
+  EXPECT_GT(onZ.z(), 490);
+  for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(*window, id).y(), 0.0, 2.0) << id;
+  Rest(zord->address(), led[kOrigin]);
+  ASSERT_NO_FATAL_FAILURE(Frames(*window, 100));
+  for (const ZORRigid& r : window->session().rigids) {
+    if (r.id != CalibSession::kWandTrackerId) continue;
+    EXPECT_LT(Vector3d(r.pose[0], r.pose[1], r.pose[2]).norm() / calib.scale, 1.0);
+  }
+  const auto& cameras = window->session().cameras;
+  ASSERT_EQ(cameras.size(), size_t(zortest::kCameras));
+  for (size_t i = 0; i < cameras.size(); ++i) {
+    const auto p = truth["cameras"][i]["pose"].get<std::vector<double>>();
+    const Vector3d shown = Vector3d(cameras[i].pose[0], cameras[i].pose[1], cameras[i].pose[2]) /
+                           calib.scale;
+    EXPECT_GT(shown.y(), 1000) << i;
+    EXPECT_LT((shown - inFrame(Vector3d(p[0], p[1], p[2]))).norm(), 10.0) << i;
+  }
+
+  // Kind 2: the same three LEDs picked with the mouse give the same frame:
+  // nothing left to align. Picked the other way round (X towards the Z arm)
+  // the cameras would end below the floor: turned over by itself, and Flip
+  // Up turns it upside down on request.
+  Rest(zord->address(), Vector3d(2000, 1500, 2000));  // out of the way
+  window->entry(CalibMainWindow::kAlignObject)->trigger();
+  window->sl_Align();
+  ASSERT_TRUE(calib.aligning);
+  ASSERT_TRUE(window->markerSelection());
+  for (int id : {kOrigin, kOnX, kOnZ}) ASSERT_NO_FATAL_FAILURE(Click(*window, id));
+  ASSERT_EQ(calib.alignIndices.size(), 3u);
+  ASSERT_NO_FATAL_FAILURE(Frames(*window, 20));
+  EXPECT_LT(calib.pose.position().length() / calib.scale, 1.5);
+  EXPECT_GT(std::abs(calib.pose[3]), std::cos(0.2 * M_PI / 180 / 2));
+  std::swap(calib.alignIndices[1], calib.alignIndices[2]);
+  ASSERT_NO_FATAL_FAILURE(Frames(*window, 20));
+  for (float h : CameraHeights(*window)) EXPECT_GT(h, 0);
+  window->sl_Flip();
+  ASSERT_NO_FATAL_FAILURE(Frames(*window, 20));
+  for (float h : CameraHeights(*window)) EXPECT_LT(h, 0);
+  window->sl_Align();  // ends without saving
+  EXPECT_FALSE(calib.aligning);
+
+  // Kind 1: the frame as tracker 3 from its file; after Save its LEDs are
+  // where the file puts them.
+  window->chooseTrackerFile = [](int id) {
+    EXPECT_EQ(id, CalibSession::kPointTrackerId);
+    return QString::fromStdString(DataPath("align.rb"));
+  };
+  window->entry(CalibMainWindow::kAlignRigid)->trigger();
+  window->sl_Align();
+  ASSERT_TRUE(calib.aligning);
+  ASSERT_NO_FATAL_FAILURE(Frames(*window, 50));
+  Save(*window);
+  const std::map<int, Vector3d> file{{13, {0, 0, 0}}, {14, {300, 0, 0}}, {15, {700, 0, 0}}, {16, {0, 0, 500}}};
+  for (const auto& [id, at] : file)
+    EXPECT_LT((MeanMarker(*window, id) - at).norm(), 1.0) << id;
+  Shot(*window, "alignment-saved.png");
+  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
+}
+
+}  // namespace

@@ -1,0 +1,109 @@
+// What the window tests against a real zord share: a server started on a
+// scene, a window with the shipped wand, and the operator's steps of a
+// calibration (connect, capture the waving wand, calibrate) and control
+// requests to the simulated room.
+#pragma once
+
+#include <QAction>
+#include <QComboBox>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "app/calib_main_window.h"
+#include "app/window_test_support.h"
+#include "calib/calib_session.h"
+#include "calib/status_panel.h"
+#include "zord/solver/calib_accuracy.h"
+#include "zord/solver/camera_model.h"
+#include "zorsock/control.h"
+
+namespace zortest {
+
+
+using nlohmann::json;
+
+constexpr int kCameras = 8;
+
+inline zord::Extrinsics FromPose7(const float* p, float toMm) {
+  return zord::FromReportedPose(Eigen::Vector3d(p[0], p[1], p[2]) * toMm,
+                                Eigen::Quaterniond(p[3], p[4], p[5], p[6]).normalized());
+}
+
+inline json Control(const std::string& address, const json& request) {
+  std::string error;
+  const std::string reply = zorControl(address, request.dump(), &error);
+  EXPECT_TRUE(error.empty()) << error;
+  return json::parse(reply, nullptr, false);
+}
+
+class CalibrationZordTest : public WindowFixture {
+ protected:
+  std::unique_ptr<ZordProcess> StartZord(const std::vector<std::string>& extra = {}) {
+    std::vector<std::string> args{"--scene", DataPath("scenes/default.json")};
+    args.insert(args.end(), extra.begin(), extra.end());
+    auto zord = std::make_unique<ZordProcess>(args);
+    EXPECT_TRUE(zord->Start()) << zord->error();
+    return zord;
+  }
+
+  std::unique_ptr<CalibMainWindow> OpenWindow(const std::string& address, bool capture) {
+    CalibOptions options("Corvane System Calibration");
+    options.server = address;
+    options.wandFiles = {DataPath("wand.rb")};
+    options.startMode = 2;  // -nowiz
+    options.capture = capture;
+    auto window = std::make_unique<CalibMainWindow>(nullptr, "Corvane System Calibration", options);
+    window->settingsDock()->setScanPort(FreePort());
+    return window;
+  }
+
+  static CalibSession& Calib(CalibMainWindow& window) {
+    return static_cast<CalibSession&>(window.session());
+  }
+
+  // Connects unless the test did already.
+  void Connect(CalibMainWindow& window) {
+    if (!window.session().connected()) window.entry(CalibMainWindow::kConnect)->trigger();
+    ASSERT_TRUE(window.session().connected()) << boxes.join("\n").toStdString();
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > 10; }, 10000));
+  }
+
+  // Presses Capture, lets `seconds` of wand waving go by (in frames at the
+  // rate the window asked of the server) and presses it again.
+  void CaptureWand(CalibMainWindow& window, double seconds) {
+    CalibSession& calib = Calib(window);
+    ASSERT_GT(calib.frequency, 0.0f);
+    const int frames = static_cast<int>(seconds * calib.frequency);
+    ASSERT_TRUE(window.entry(CalibMainWindow::kCapture)->isEnabled());
+    window.entry(CalibMainWindow::kCapture)->trigger();
+    ASSERT_TRUE(calib.capturing);
+    ASSERT_TRUE(RunUntil([&] { return calib.lastFrame - calib.captureStart >= frames; }, 60000));
+    window.entry(CalibMainWindow::kCapture)->trigger();
+    EXPECT_FALSE(calib.capturing);
+    EXPECT_TRUE(calib.captured);
+    EXPECT_GE(calib.capturedFrames, frames);
+  }
+
+  // Chooses "Normal" and presses Calibrate; waits for the last pass.
+  void Calibrate(CalibMainWindow& window) {
+    CalibSession& calib = Calib(window);
+    window.qualityBox()->setCurrentIndex(2);
+    window.entry(CalibMainWindow::kCalibrate)->trigger();
+    ASSERT_TRUE(calib.calibrating);
+    EXPECT_EQ(calib.quality, 400);
+    ASSERT_TRUE(RunUntil([&] { return !calib.calibrating; }, 170000));
+    ASSERT_TRUE(calib.calibrated) << window.statusPanel()->statusText().toStdString();
+  }
+
+  // The cameras once the window shows every one calibrated.
+  std::vector<ZORCamera> CalibratedCameras(CalibMainWindow& window) {
+    const auto& cameras = window.session().cameras;
+    EXPECT_TRUE(RunUntil([&] {
+      return cameras.size() == kCameras &&
+             std::all_of(cameras.begin(), cameras.end(), [](const ZORCamera& c) { return c.cond >= 0; });
+    }, 10000));
+    return cameras;
+  }
+};
+
+}  // namespace zortest

@@ -1,0 +1,34 @@
+#include "calib/stillness_detector.h"
+
+#include <cmath>
+
+StillnessDetector::Step StillnessDetector::Observe(const ZORRigid& rigid, bool automatic) {
+  Step step;
+  if (referenceFrame == -1) {
+    reference = rigid;
+    referenceFrame = rigid.frame;
+  }
+  if (rigid.frame == referenceFrame) return step;
+  const float dx = rigid.pose[0] - reference.pose[0];
+  const float dy = rigid.pose[1] - reference.pose[1];
+  const float dz = rigid.pose[2] - reference.pose[2];
+  if (std::sqrt(dx * dx + dy * dy + dz * dz) > kMovement) {
+    step.moved = true;
+    reference = rigid;
+    referenceFrame = rigid.frame;
+    capturedHere = false;
+  } else if ((requested || automatic) && !capturedHere &&
+             rigid.frame - referenceFrame >= kStillFrames) {
+    step.capture = true;
+    capturedHere = true;
+    requested = false;
+  }
+  step.waiting = capturedHere;
+  return step;
+}
+
+void StillnessDetector::Reset() {
+  referenceFrame = -1;
+  capturedHere = false;
+  requested = false;
+}
