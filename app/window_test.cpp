@@ -557,7 +557,8 @@ TEST_F(WindowTest, SelectionSetsStoreAndRecallThroughTheView) {
   EXPECT_EQ(view->selection().markers, std::vector<int>({3}));
   EXPECT_EQ(changed.count(), 2);  // the clear and the recall
 
-  // A second Escape forgets the sets.
+  // The first Escape clears the selection, a second forgets the sets.
+  w->sl_ClearSelections();
   w->sl_ClearSelections();
   w->sl_Select_1();
   EXPECT_TRUE(view->selection().Empty());
