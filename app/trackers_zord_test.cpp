@@ -139,12 +139,21 @@ TEST_F(TrackersZordTest, AllMarkersTrackerStreamsTrimsAndSaves) {
   bar_->refresh();
   EXPECT_TRUE(grid->states()[10] & GridView::kSelected);
 
+  // "Selected" moves the selected markers (a click and a drag) to a new tracker.
+  bar_->sl_MarkerDragSelected(11);
+  bar_->sl_SelectionTracker();
+  ASSERT_TRUE(bar_->rowOf(1));
+  EXPECT_EQ(bar_->rowOf(1)->text(1), "2 markers");
+  EXPECT_EQ(session().FindTracker(1)->markers[1].ledId, 11);
+  EXPECT_EQ(session().FindTracker(0)->markers.size(), 30u);
+  EXPECT_TRUE(RunUntil([&] { return Marker((1 << 12) | 1) && Marker((1 << 12) | 1)->cond > 0; }, 5000));
+
   // Trim keeps the LEDs seen since the last trim: those of the scene only.
   SelectRows({0});
   bar_->sl_OptimizeTracker();
   const Tracker* trimmed = session().FindTracker(0);
   ASSERT_TRUE(trimmed);
-  EXPECT_GE(trimmed->markers.size(), 13u);
+  EXPECT_GE(trimmed->markers.size(), 11u);
   EXPECT_LE(trimmed->markers.size(), 21u);
   for (const TrackerMarker& m : trimmed->markers) EXPECT_LT(m.ledId, 21);
   EXPECT_EQ(bar_->rowKind(bar_->rowOf(0)), TrackerBar::kFromList);
@@ -171,11 +180,11 @@ TEST_F(TrackersZordTest, AllMarkersTrackerStreamsTrimsAndSaves) {
 
   // Loaded back it is a file row; "save" on it asks nothing.
   ASSERT_TRUE(bar_->addTrackerFile(QString::fromStdString(file)));
-  QTreeWidgetItem* loaded = bar_->rowOf(1);
+  QTreeWidgetItem* loaded = bar_->rowOf(2);
   ASSERT_TRUE(loaded);
-  EXPECT_EQ(loaded->text(0), "[PT:1] : points.pt");
+  EXPECT_EQ(loaded->text(0), "[PT:2] : points.pt");
   asked_.clear();
-  SelectRows({1});
+  SelectRows({2});
   bar_->sl_SavePT();
   EXPECT_TRUE(asked_.isEmpty());
   // Rigid rows are never offered "trim"; a point row is.
@@ -190,7 +199,7 @@ TEST_F(TrackersZordTest, AllMarkersTrackerStreamsTrimsAndSaves) {
   ASSERT_EQ(asked_.size(), 1);
   EXPECT_EQ(asked_[0], "1 Tracker File: " + QString::fromStdString(dir_.File("bad.rb")) +
                            ":2: negative LED id -4");
-  EXPECT_EQ(session().trackers.size(), 2u);
+  EXPECT_EQ(session().trackers.size(), 3u);
   EXPECT_TRUE(session().connected());
 }
 

@@ -55,8 +55,6 @@ class RBWindow : public QWidget {
 
  private:
   void finishCapture();
-  std::vector<int32_t> selectedMarkerIds() const;
-  int32_t ledOf(int32_t markerId) const;
   void setEditing(bool on);
   void say(const QString& text);
   void showBesideParent();

@@ -322,13 +322,6 @@ void TrackerBar::updateSeenLabel() {
   if (seenCount_->text() != text) seenCount_->setText(text);
 }
 
-std::vector<int32_t> TrackerBar::selectedMarkerIds() const {
-  std::vector<int32_t> ids;
-  for (int index : view_->selection().AllMarkers())
-    if (size_t(index) < session_->markers.size()) ids.push_back(session_->markers[size_t(index)].id);
-  return ids;
-}
-
 int TrackerBar::frameIndexOf(int32_t markerId) const {
   const auto& markers = session_->markers;
   for (size_t i = 0; i < markers.size(); ++i)
@@ -351,14 +344,10 @@ void TrackerBar::sl_Unused() {
 
 // The selected markers move: they leave the point trackers they were in.
 void TrackerBar::sl_SelectionTracker() {
-  const std::vector<int32_t> ids = selectedMarkerIds();
+  const std::vector<int32_t> ids = MarkerIdsAt(view_->selection().AllMarkers(), session_->markers);
   std::vector<int32_t> leds;
-  for (int32_t id : ids) {
-    const Tracker* tracker = session_->FindTracker(id >> 12);
-    if (!tracker) continue;
-    for (const TrackerMarker& m : tracker->markers)
-      if (m.index == (id & 0xfff)) leds.push_back(m.ledId);
-  }
+  for (int32_t id : ids)
+    if (const int32_t led = LedOfMarker(session_->trackers, id); led >= 0) leds.push_back(led);
   if (leds.empty()) return;
   takeFromOtherTrackers(ids);
   view_->selection().ClearLists();

@@ -102,7 +102,6 @@ class TrackerBar : public QDockWidget {
   void removeRow(QTreeWidgetItem* row);
   void createOnServer(Tracker& tracker);
   void takeFromOtherTrackers(const std::vector<int32_t>& markerIds);
-  std::vector<int32_t> selectedMarkerIds() const;
   int frameIndexOf(int32_t markerId) const;
   void updateSeenLabel();
 
