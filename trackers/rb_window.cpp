@@ -132,9 +132,14 @@ void RBWindow::sl_Centroid() {}
 
 void RBWindow::sl_Edit() { setEditing(!editing_); }
 
+// Editing shows the rings; afterwards the view's own choice comes back.
 void RBWindow::setEditing(bool on) {
+  if (on && !editing_) ringsBefore_ = view_->draw.manipulator;
+  if (on)
+    view_->draw.manipulator = true;
+  else if (editing_)
+    view_->draw.manipulator = ringsBefore_;
   editing_ = on;
-  view_->draw.manipulator = on;
   if (on) {
     showBesideParent();
     say("turn the rigid body with the rings, then apply");

@@ -63,6 +63,7 @@ class RBWindow : public QWidget {
   GLView* view_;
   int32_t capturing_ = 0;
   bool editing_ = false;
+  bool ringsBefore_ = true;  // the view's rings switch before editing
   RigidCapture capture_;
   std::vector<TrackerMarker> captured_;
   QString capturedFile_;

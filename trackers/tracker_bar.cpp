@@ -308,11 +308,16 @@ void TrackerBar::refresh() {
   updateSeenLabel();
 }
 
+// An entry whose marker changed (trackers were re-made, so the frame's
+// layout moved) starts unseen: a flag never passes to another marker.
 void TrackerBar::noteFrame() {
   const auto& markers = session_->markers;
   if (seen_.size() != markers.size()) seen_.assign(markers.size(), 0);
-  for (size_t i = 0; i < markers.size(); ++i)
+  seenIds_.resize(markers.size(), -1);
+  for (size_t i = 0; i < markers.size(); ++i) {
+    if (seenIds_[i] != markers[i].id) seenIds_[i] = markers[i].id, seen_[i] = 0;
     if (markers[i].cond > 0) seen_[i] = 1;
+  }
   rbWindow_->addFrame();
 }
 
