@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "link/zortk.h"
+#include "trackers/tracker_lists.h"
 #include "view/gl_view.h"
 
 RBWindow::RBWindow(ZOR* session, GLView* view, QWidget* parent)
@@ -56,20 +57,6 @@ void RBWindow::showBesideParent() {
   raise();
 }
 
-std::vector<int32_t> RBWindow::selectedMarkerIds() const {
-  std::vector<int32_t> ids;
-  for (int index : view_->selection().AllMarkers())
-    if (size_t(index) < session_->markers.size()) ids.push_back(session_->markers[size_t(index)].id);
-  return ids;
-}
-
-int32_t RBWindow::ledOf(int32_t markerId) const {
-  if (const Tracker* t = session_->FindTracker(markerId >> 12))
-    for (const TrackerMarker& m : t->markers)
-      if (m.index == (markerId & 0xfff)) return m.ledId;
-  return -1;
-}
-
 // Starts a capture from the view's selection, or ends one early.
 void RBWindow::sl_Capture() {
   if (capturing_) {
@@ -77,7 +64,7 @@ void RBWindow::sl_Capture() {
     say("capture stopped");
     return;
   }
-  capture_.Start(selectedMarkerIds());
+  capture_.Start(MarkerIdsAt(view_->selection().AllMarkers(), session_->markers));
   captured_.clear();
   capturedFile_.clear();
   showBesideParent();
@@ -106,7 +93,7 @@ void RBWindow::finishCapture() {
   }
   for (size_t i = 0; i < positions.size(); ++i) {
     const Eigen::Vector3f p = positions[i].cast<float>();
-    captured_.push_back({int32_t(i), ledOf(capture_.markerSlots()[i].id), {p.x(), p.y(), p.z()}});
+    captured_.push_back({int32_t(i), LedOfMarker(session_->trackers, capture_.markerSlots()[i].id), {p.x(), p.y(), p.z()}});
   }
   const QString folder = folder_.isEmpty() ? QDir::currentPath() : folder_;
   const QString file = QDir(folder).filePath(
@@ -145,9 +132,14 @@ void RBWindow::sl_Centroid() {}
 
 void RBWindow::sl_Edit() { setEditing(!editing_); }
 
+// Editing shows the rings; afterwards the view's own choice comes back.
 void RBWindow::setEditing(bool on) {
+  if (on && !editing_) ringsBefore_ = view_->draw.manipulator;
+  if (on)
+    view_->draw.manipulator = true;
+  else if (editing_)
+    view_->draw.manipulator = ringsBefore_;
   editing_ = on;
-  view_->draw.manipulator = on;
   if (on) {
     showBesideParent();
     say("turn the rigid body with the rings, then apply");

@@ -55,8 +55,6 @@ class RBWindow : public QWidget {
 
  private:
   void finishCapture();
-  std::vector<int32_t> selectedMarkerIds() const;
-  int32_t ledOf(int32_t markerId) const;
   void setEditing(bool on);
   void say(const QString& text);
   void showBesideParent();
@@ -65,6 +63,7 @@ class RBWindow : public QWidget {
   GLView* view_;
   int32_t capturing_ = 0;
   bool editing_ = false;
+  bool ringsBefore_ = true;  // the view's rings switch before editing
   RigidCapture capture_;
   std::vector<TrackerMarker> captured_;
   QString capturedFile_;

@@ -308,11 +308,16 @@ void TrackerBar::refresh() {
   updateSeenLabel();
 }
 
+// An entry whose marker changed (trackers were re-made, so the frame's
+// layout moved) starts unseen: a flag never passes to another marker.
 void TrackerBar::noteFrame() {
   const auto& markers = session_->markers;
   if (seen_.size() != markers.size()) seen_.assign(markers.size(), 0);
-  for (size_t i = 0; i < markers.size(); ++i)
+  seenIds_.resize(markers.size(), -1);
+  for (size_t i = 0; i < markers.size(); ++i) {
+    if (seenIds_[i] != markers[i].id) seenIds_[i] = markers[i].id, seen_[i] = 0;
     if (markers[i].cond > 0) seen_[i] = 1;
+  }
   rbWindow_->addFrame();
 }
 
@@ -320,13 +325,6 @@ void TrackerBar::updateSeenLabel() {
   const auto seen = std::count(seen_.begin(), seen_.end(), char(1));
   const QString text = QString("%1 / %2").arg(seen).arg(seen_.size());
   if (seenCount_->text() != text) seenCount_->setText(text);
-}
-
-std::vector<int32_t> TrackerBar::selectedMarkerIds() const {
-  std::vector<int32_t> ids;
-  for (int index : view_->selection().AllMarkers())
-    if (size_t(index) < session_->markers.size()) ids.push_back(session_->markers[size_t(index)].id);
-  return ids;
 }
 
 int TrackerBar::frameIndexOf(int32_t markerId) const {
@@ -351,14 +349,10 @@ void TrackerBar::sl_Unused() {
 
 // The selected markers move: they leave the point trackers they were in.
 void TrackerBar::sl_SelectionTracker() {
-  const std::vector<int32_t> ids = selectedMarkerIds();
+  const std::vector<int32_t> ids = MarkerIdsAt(view_->selection().AllMarkers(), session_->markers);
   std::vector<int32_t> leds;
-  for (int32_t id : ids) {
-    const Tracker* tracker = session_->FindTracker(id >> 12);
-    if (!tracker) continue;
-    for (const TrackerMarker& m : tracker->markers)
-      if (m.index == (id & 0xfff)) leds.push_back(m.ledId);
-  }
+  for (int32_t id : ids)
+    if (const int32_t led = LedOfMarker(session_->trackers, id); led >= 0) leds.push_back(led);
   if (leds.empty()) return;
   takeFromOtherTrackers(ids);
   view_->selection().ClearLists();

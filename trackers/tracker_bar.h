@@ -102,7 +102,6 @@ class TrackerBar : public QDockWidget {
   void removeRow(QTreeWidgetItem* row);
   void createOnServer(Tracker& tracker);
   void takeFromOtherTrackers(const std::vector<int32_t>& markerIds);
-  std::vector<int32_t> selectedMarkerIds() const;
   int frameIndexOf(int32_t markerId) const;
   void updateSeenLabel();
 
@@ -117,6 +116,7 @@ class TrackerBar : public QDockWidget {
   RBWindow* rbWindow_ = nullptr;
   QMenu* contextMenu_ = nullptr;
   std::vector<char> seen_;
+  std::vector<int32_t> seenIds_;  // the marker each seen_ entry belongs to
   QStringList files_;
   bool rigidTools_ = true;
   std::vector<uint8_t> states_;  // scratch for the marker views

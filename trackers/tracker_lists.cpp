@@ -3,6 +3,24 @@
 #include <algorithm>
 #include <cstdio>
 
+int32_t LedOfMarker(const TrackerList& trackers, int32_t markerId) {
+  for (const auto& t : trackers) {
+    if (t->id != (markerId >> 12)) continue;
+    for (const TrackerMarker& m : t->markers)
+      if (m.index == (markerId & 0xfff)) return m.ledId;
+    return -1;
+  }
+  return -1;
+}
+
+std::vector<int32_t> MarkerIdsAt(const std::vector<int>& indices,
+                                 const std::vector<ZORMarker>& frame) {
+  std::vector<int32_t> ids;
+  for (int index : indices)
+    if (index >= 0 && size_t(index) < frame.size()) ids.push_back(frame[size_t(index)].id);
+  return ids;
+}
+
 std::string TrackerTypeLabel(uint32_t type) {
   switch (type) {
     case ZOR_POINT_TRACKER: return "PT";

@@ -12,6 +12,14 @@
 
 using TrackerList = std::vector<std::unique_ptr<Tracker>>;
 
+// The LED of a packed marker id ((tracker << 12) | index); -1 when no tracker
+// of the list has that marker.
+int32_t LedOfMarker(const TrackerList& trackers, int32_t markerId);
+
+// Packed ids of the frame's markers at `indices` (indices past the frame are skipped).
+std::vector<int32_t> MarkerIdsAt(const std::vector<int>& indices,
+                                 const std::vector<ZORMarker>& frame);
+
 // "PT", "RB", "CalibRB", or the type in hexadecimal for anything else.
 std::string TrackerTypeLabel(uint32_t type);
 
