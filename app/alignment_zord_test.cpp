@@ -3,10 +3,14 @@
 // frame lying on the floor and the window takes them by itself; markers picked
 // with the mouse, and the frame as a rigid body, then give the same room
 // frame. Checked against the simulation's truth. Heavy (SERIAL).
+#include <QLabel>
 #include <QTest>
+#include <iostream>
 #include <fstream>
 
 #include "app/calibration_zord_support.h"
+#include "calib/orientation_bar.h"
+#include "widgets/my_table.h"
 #include "view/gl_view.h"
 
 namespace {
@@ -187,6 +191,43 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   for (const auto& [id, at] : file)
     EXPECT_LT((MeanMarker(*window, id) - at).norm(), 1.0) << id;
   Shot(*window, "alignment-saved.png");
+  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
+}
+
+// The jitter test of the orientation bar on a body resting in a calibrated
+// room: every marker's error radius is of the order of the detection noise.
+TEST_F(AlignmentZordTest, JitterOfARestingBodyIsOfTheOrderOfTheNoise) {
+  zortest::ZordProcess zord({"--scene", DataPath("scenes/calibrated.json")});
+  ASSERT_TRUE(zord.Start()) << zord.error();
+  CalibOptions options("Corvane System Calibration");
+  options.server = zord.address();
+  options.startMode = 2;
+  options.orientation = 1;
+  CalibMainWindow window(nullptr, "Corvane System Calibration", options);
+  window.settingsDock()->setScanPort(zortest::FreePort());
+  window.resize(1000, 800);
+  window.sl_CalibMode(1);  // keep the server's calibration
+  ASSERT_NO_FATAL_FAILURE(Connect(window));
+  OrientationBar* bar = window.orientationBar();
+  ASSERT_TRUE(bar);
+  bar->chooseLoadFile = [] { return QString::fromStdString(DataPath("body.rb")); };
+  bar->sl_Load();
+  ASSERT_EQ(bar->markers().size(), 5u);
+  Control(zord.address(), {{"cmd", "body"}, {"mode", "rest"}, {"position", {200, 1100, -300}}});
+
+  bar->sl_Test();  // the body becomes tracker 3 and is enabled
+  ASSERT_TRUE(bar->testing());
+  ASSERT_NO_FATAL_FAILURE(Frames(window, 960));
+  bar->sl_Test();
+  EXPECT_FALSE(bar->testing());
+  EXPECT_NE(bar->timeLabel()->text(), "000:00.00");
+  for (int row = 0; row < 5; ++row) {
+    const QString text = bar->table()->item(row, OrientationBar::kErrorRadius)->text();
+    std::cout << "jitter radius of marker " << row << ": " << text.toStdString() << " mm\n";
+    EXPECT_GT(text.toDouble(), 0.0) << row;
+    EXPECT_LT(text.toDouble(), 0.5) << row;
+  }
+  Shot(window, "orientation-bar-jitter.png");
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "app/message_box.h"
+#include "calib/orientation_bar.h"
 #include "calib/status_panel.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
@@ -50,7 +51,9 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   updateStatus();
 }
 
-CalibMainWindow::~CalibMainWindow() = default;
+CalibMainWindow::~CalibMainWindow() {
+  if (orientationBar_) orientationBar_->saveDefaults(OrientationBar::defaultsFileName());
+}
 
 void CalibMainWindow::createPumpTimer() {
   connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
@@ -80,6 +83,7 @@ void CalibMainWindow::applyOptions(const CalibOptions& options) {
   }
   if (options.capture) captureRequest_ = calib().recordRaw = 1;
   orientationMode_ = options.orientation != 0;
+  if (orientationMode_) createOrientationBar();
 }
 
 void CalibMainWindow::sl_PreCalib(int mode) {
