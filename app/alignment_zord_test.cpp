@@ -85,6 +85,12 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
     EXPECT_FALSE(Calib(window).aligning);
   }
+  // Waits until the window shows frames the server made after now (frames
+  // already on their way carry the old state).
+  void Settle(CalibMainWindow& window, const std::string& address) {
+    const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
+  }
 };
 
 TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame) {
@@ -126,6 +132,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   }
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
   Save(*window);
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
 
   // The server now reports the frame: corner at the origin, X arm on +X,
   // the Z arm on the +Z side, every LED on the floor, the cameras above it
@@ -138,7 +145,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   EXPECT_GT(onZ.z(), 490);
   for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(*window, id).y(), 0.0, 2.0) << id;
   Rest(zord->address(), led[kOrigin]);
-  ASSERT_NO_FATAL_FAILURE(Frames(*window, 100));
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   for (const ZORRigid& r : window->session().rigids) {
     if (r.id != CalibSession::kWandTrackerId) continue;
     EXPECT_LT(Vector3d(r.pose[0], r.pose[1], r.pose[2]).norm() / calib.scale, 1.0);
@@ -185,8 +192,17 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   window->entry(CalibMainWindow::kAlignRigid)->trigger();
   window->sl_Align();
   ASSERT_TRUE(calib.aligning);
+  const auto onlyTheFrame = [&] {
+    const auto& rigids = window->session().rigids;
+    return std::count_if(rigids.begin(), rigids.end(), [](const ZORRigid& r) { return r.cond > 0; }) == 1 &&
+           std::any_of(rigids.begin(), rigids.end(), [](const ZORRigid& r) {
+             return r.id == CalibSession::kPointTrackerId && r.cond > 0;
+           });
+  };
+  ASSERT_TRUE(RunUntil(onlyTheFrame, 5000));
   ASSERT_NO_FATAL_FAILURE(Frames(*window, 50));
   Save(*window);
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   const std::map<int, Vector3d> file{{13, {0, 0, 0}}, {14, {300, 0, 0}}, {15, {700, 0, 0}}, {16, {0, 0, 500}}};
   for (const auto& [id, at] : file)
     EXPECT_LT((MeanMarker(*window, id) - at).norm(), 1.0) << id;
