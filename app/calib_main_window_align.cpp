@@ -177,22 +177,26 @@ void CalibMainWindow::alignmentSaved() {
 
 // Alignment trackers: tracker 3 from a rigid body file, tracker 0 from a
 // point set file.
-void CalibMainWindow::sl_NewRigid() {
-  const QString file = QFileDialog::getOpenFileName(this, QStringLiteral("Alignment Rigid"), QString(),
-                                                    QStringLiteral("Rigid bodies (*.rb)"));
+namespace {
+
+void ReplaceFromFile(CalibMainWindow& window, const QString& caption, const QString& filter,
+                     uint32_t type, int32_t id) {
+  const QString file = QFileDialog::getOpenFileName(&window, caption, QString(), filter);
   if (file.isEmpty()) return;
-  calib().replaceTracker(
-      std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, file.toStdString()));
-  updateControls();
+  window.calib().replaceTracker(std::make_unique<Tracker>(type, id, file.toStdString()));
+  window.updateControls();
+}
+
+}  // namespace
+
+void CalibMainWindow::sl_NewRigid() {
+  ReplaceFromFile(*this, QStringLiteral("Alignment Rigid"), QStringLiteral("Rigid bodies (*.rb)"),
+                  ZOR_RIGID_TRACKER, kPointTrackerId);
 }
 
 void CalibMainWindow::sl_NewPoint() {
-  const QString file = QFileDialog::getOpenFileName(this, QStringLiteral("Point Tracker"), QString(),
-                                                    QStringLiteral("Point sets (*.pt)"));
-  if (file.isEmpty()) return;
-  calib().replaceTracker(
-      std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, file.toStdString()));
-  updateControls();
+  ReplaceFromFile(*this, QStringLiteral("Point Tracker"), QStringLiteral("Point sets (*.pt)"),
+                  ZOR_POINT_TRACKER, kRigidTrackerId);
 }
 
 // Orientation mode: the dock that defines the alignment body. Its defaults
