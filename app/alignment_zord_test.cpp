@@ -3,10 +3,14 @@
 // frame lying on the floor and the window takes them by itself; markers picked
 // with the mouse, and the frame as a rigid body, then give the same room
 // frame. Checked against the simulation's truth. Heavy (SERIAL).
+#include <QLabel>
 #include <QTest>
+#include <iostream>
 #include <fstream>
 
 #include "app/calibration_zord_support.h"
+#include "calib/orientation_bar.h"
+#include "widgets/my_table.h"
 #include "view/gl_view.h"
 
 namespace {
@@ -81,6 +85,12 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
     EXPECT_FALSE(Calib(window).aligning);
   }
+  // Waits until the window shows frames the server made after now (frames
+  // already on their way carry the old state).
+  void Settle(CalibMainWindow& window, const std::string& address) {
+    const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
+  }
 };
 
 TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame) {
@@ -122,6 +132,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   }
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
   Save(*window);
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
 
   // The server now reports the frame: corner at the origin, X arm on +X,
   // the Z arm on the +Z side, every LED on the floor, the cameras above it
@@ -134,7 +145,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   EXPECT_GT(onZ.z(), 490);
   for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(*window, id).y(), 0.0, 2.0) << id;
   Rest(zord->address(), led[kOrigin]);
-  ASSERT_NO_FATAL_FAILURE(Frames(*window, 100));
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   for (const ZORRigid& r : window->session().rigids) {
     if (r.id != CalibSession::kWandTrackerId) continue;
     EXPECT_LT(Vector3d(r.pose[0], r.pose[1], r.pose[2]).norm() / calib.scale, 1.0);
@@ -181,12 +192,58 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   window->entry(CalibMainWindow::kAlignRigid)->trigger();
   window->sl_Align();
   ASSERT_TRUE(calib.aligning);
+  const auto onlyTheFrame = [&] {
+    const auto& rigids = window->session().rigids;
+    return std::count_if(rigids.begin(), rigids.end(), [](const ZORRigid& r) { return r.cond > 0; }) == 1 &&
+           std::any_of(rigids.begin(), rigids.end(), [](const ZORRigid& r) {
+             return r.id == CalibSession::kPointTrackerId && r.cond > 0;
+           });
+  };
+  ASSERT_TRUE(RunUntil(onlyTheFrame, 5000));
   ASSERT_NO_FATAL_FAILURE(Frames(*window, 50));
   Save(*window);
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   const std::map<int, Vector3d> file{{13, {0, 0, 0}}, {14, {300, 0, 0}}, {15, {700, 0, 0}}, {16, {0, 0, 500}}};
   for (const auto& [id, at] : file)
     EXPECT_LT((MeanMarker(*window, id) - at).norm(), 1.0) << id;
   Shot(*window, "alignment-saved.png");
+  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
+}
+
+// The jitter test of the orientation bar on a body resting in a calibrated
+// room: every marker's error radius is of the order of the detection noise.
+TEST_F(AlignmentZordTest, JitterOfARestingBodyIsOfTheOrderOfTheNoise) {
+  zortest::ZordProcess zord({"--scene", DataPath("scenes/calibrated.json")});
+  ASSERT_TRUE(zord.Start()) << zord.error();
+  CalibOptions options("Corvane System Calibration");
+  options.server = zord.address();
+  options.startMode = 2;
+  options.orientation = 1;
+  CalibMainWindow window(nullptr, "Corvane System Calibration", options);
+  window.settingsDock()->setScanPort(zortest::FreePort());
+  window.resize(1000, 800);
+  window.sl_CalibMode(1);  // keep the server's calibration
+  ASSERT_NO_FATAL_FAILURE(Connect(window));
+  OrientationBar* bar = window.orientationBar();
+  ASSERT_TRUE(bar);
+  bar->chooseLoadFile = [] { return QString::fromStdString(DataPath("body.rb")); };
+  bar->sl_Load();
+  ASSERT_EQ(bar->markers().size(), 5u);
+  Control(zord.address(), {{"cmd", "body"}, {"mode", "rest"}, {"position", {200, 1100, -300}}});
+
+  bar->sl_Test();  // the body becomes tracker 3 and is enabled
+  ASSERT_TRUE(bar->testing());
+  ASSERT_NO_FATAL_FAILURE(Frames(window, 960));
+  bar->sl_Test();
+  EXPECT_FALSE(bar->testing());
+  EXPECT_NE(bar->timeLabel()->text(), "000:00.00");
+  for (int row = 0; row < 5; ++row) {
+    const QString text = bar->table()->item(row, OrientationBar::kErrorRadius)->text();
+    std::cout << "jitter radius of marker " << row << ": " << text.toStdString() << " mm\n";
+    EXPECT_GT(text.toDouble(), 0.0) << row;
+    EXPECT_LT(text.toDouble(), 0.5) << row;
+  }
+  Shot(window, "orientation-bar-jitter.png");
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 

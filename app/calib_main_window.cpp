@@ -11,6 +11,7 @@
 #include <cstdio>
 
 #include "app/message_box.h"
+#include "calib/orientation_bar.h"
 #include "calib/status_panel.h"
 #include "link/tracker_check.h"
 #include "trackers/tracker_bar.h"
@@ -55,6 +56,12 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   updateStatus();
 }
 
+// The settings files are written on the way out, as the window closes.
+CalibMainWindow::~CalibMainWindow() {
+  saveViewSettings();
+  if (orientationBar_) orientationBar_->saveDefaults(OrientationBar::defaultsFileName());
+}
+
 void CalibMainWindow::createPumpTimer() {
   connect(&pumpTimer_, &QTimer::timeout, this, &CalibMainWindow::sl_ZorTimerEvent);
   pumpTimer_.start(kPumpIntervalMs);
@@ -87,6 +94,7 @@ void CalibMainWindow::applyOptions(const CalibOptions& options) {
   }
   if (options.capture) captureRequest_ = calib().recordRaw = 1;
   orientationMode_ = options.orientation != 0;
+  if (orientationMode_) createOrientationBar();
 }
 
 void CalibMainWindow::sl_PreCalib(int mode) {

@@ -24,6 +24,7 @@ class QDockWidget;
 class QLabel;
 class QMenu;
 class QOpenGLWidget;
+class OrientationBar;
 class PreferenceDialog;
 class QToolBar;
 class StatusPanel;
@@ -89,6 +90,8 @@ class CalibMainWindow : public ZorViewWindow {
 
   // Kind 2: markers picked in the view name the alignment's three points.
   bool markerSelection() const { return markerSelection_; }
+  // The alignment body's dock, in orientation mode only (null otherwise).
+  OrientationBar* orientationBar() const { return orientationBar_; }
   // Asks for the tracker file of an alignment object (tracker id given);
   // empty when cancelled. Replaceable so that nothing blocks in tests.
   std::function<QString(int trackerId)> chooseTrackerFile;
@@ -203,6 +206,7 @@ class CalibMainWindow : public ZorViewWindow {
   void pickAlignmentMarkers();
   void showAlignmentPoints();
   void alignmentSaved();
+  void createOrientationBar();
   void showCalibStatus(const QString& text);
   // Calibration steps the slots and the frame pump share.
   void startOrStopCapture();
@@ -273,6 +277,7 @@ class CalibMainWindow : public ZorViewWindow {
   int captureRequest_ = 0;
   bool orientationMode_ = false;
   bool markerSelection_ = false;
+  OrientationBar* orientationBar_ = nullptr;
   int fullScreen_ = 0;  // 0 normal, 1 full screen, -1 go full screen once the mode is chosen
   bool menuBarWanted_ = true;  // the menu bar's state outside full screen
   bool aiming_ = false;

@@ -6,9 +6,11 @@
 #include <QComboBox>
 #include <QFileDialog>
 #include <QStatusBar>
+#include <algorithm>
 
 #include "app/calib_main_window.h"
 #include "app/message_box.h"
+#include "calib/orientation_bar.h"
 #include "view/gl_view.h"
 #include "view/orientation.h"
 
@@ -125,6 +127,7 @@ void CalibMainWindow::pickAlignmentMarkers() {
 
 void CalibMainWindow::processAlignment() {
   CalibSession& engine = calib();
+  if (orientationBar_) orientationBar_->processFrame();
   if (!engine.aligning) return;
   if (engine.computeAlignment()) view()->camera().wantedCentre = view()->camera().centre = Vec3();
   engine.applyPendingAlignment();
@@ -174,23 +177,68 @@ void CalibMainWindow::alignmentSaved() {
 
 // Alignment trackers: tracker 3 from a rigid body file, tracker 0 from a
 // point set file.
-void CalibMainWindow::sl_NewRigid() {
-  const QString file = QFileDialog::getOpenFileName(this, QStringLiteral("Alignment Rigid"), QString(),
-                                                    QStringLiteral("Rigid bodies (*.rb)"));
+namespace {
+
+void ReplaceFromFile(CalibMainWindow& window, const QString& caption, const QString& filter,
+                     uint32_t type, int32_t id) {
+  const QString file = QFileDialog::getOpenFileName(&window, caption, QString(), filter);
   if (file.isEmpty()) return;
-  calib().replaceTracker(
-      std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, file.toStdString()));
-  updateControls();
+  window.calib().replaceTracker(std::make_unique<Tracker>(type, id, file.toStdString()));
+  window.updateControls();
+}
+
+}  // namespace
+
+void CalibMainWindow::sl_NewRigid() {
+  ReplaceFromFile(*this, QStringLiteral("Alignment Rigid"), QStringLiteral("Rigid bodies (*.rb)"),
+                  ZOR_RIGID_TRACKER, kPointTrackerId);
 }
 
 void CalibMainWindow::sl_NewPoint() {
-  const QString file = QFileDialog::getOpenFileName(this, QStringLiteral("Point Tracker"), QString(),
-                                                    QStringLiteral("Point sets (*.pt)"));
-  if (file.isEmpty()) return;
-  calib().replaceTracker(
-      std::make_unique<Tracker>(ZOR_POINT_TRACKER, kRigidTrackerId, file.toStdString()));
+  ReplaceFromFile(*this, QStringLiteral("Point Tracker"), QStringLiteral("Point sets (*.pt)"),
+                  ZOR_POINT_TRACKER, kRigidTrackerId);
+}
+
+// Orientation mode: the dock that defines the alignment body. Its defaults
+// come from ".default.sav" now and go back there when the window closes.
+void CalibMainWindow::createOrientationBar() {
+  orientationBar_ = new OrientationBar(this, &calib());
+  orientationBar_->toggleViewAction()->setVisible(false);  // not in the dock menu
+  addDockWidget(Qt::RightDockWidgetArea, orientationBar_);
+  connect(orientationBar_, &OrientationBar::sg_CreateRB, this, &CalibMainWindow::sl_CreateRB);
+  connect(orientationBar_, &OrientationBar::sg_EnableRB, this, &CalibMainWindow::sl_EnableRB);
+  orientationBar_->onOrientation = [this] {
+    std::copy(orientationBar_->orientation().begin(), orientationBar_->orientation().end(),
+              view()->orientation.begin());
+    view()->update();
+  };
+  orientationBar_->loadDefaults(OrientationBar::defaultsFileName());
+}
+
+// The bar's markers become the alignment body, tracker 3 (positions in mm).
+void CalibMainWindow::sl_CreateRB() {
+  if (!orientationBar_) return;
+  std::vector<TrackerMarker> markers;
+  for (const AlignBodyMarker& m : orientationBar_->markers()) {
+    TrackerMarker marker;
+    marker.index = static_cast<int32_t>(markers.size());
+    marker.ledId = static_cast<int32_t>(m.number);
+    marker.position = {m.x, m.y, m.z};
+    markers.push_back(marker);
+  }
+  if (markers.empty()) return;
+  calib().replaceTracker(std::make_unique<Tracker>(ZOR_RIGID_TRACKER, kPointTrackerId, markers, 1.0f));
   updateControls();
 }
 
-void CalibMainWindow::sl_CreateRB() {}
-void CalibMainWindow::sl_EnableRB() {}
+// The jitter test needs the body's markers reported.
+void CalibMainWindow::sl_EnableRB() {
+  Tracker* body = calib().FindTracker(kPointTrackerId);
+  if (!body || body->markers.empty()) {
+    sl_CreateRB();
+    body = calib().FindTracker(kPointTrackerId);
+  }
+  if (!body) return;
+  body->enabled = true;
+  if (calib().connected()) body->Update(true);
+}

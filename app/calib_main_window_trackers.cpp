@@ -12,8 +12,6 @@
 #include "trackers/tracker_bar.h"
 #include "view/gl_view.h"
 
-CalibMainWindow::~CalibMainWindow() { saveViewSettings(); }
-
 void CalibMainWindow::createTrackerBar() {
   trackerBar_ = new TrackerBar(&session(), 1.0f, view(), this);
   addDockWidget(Qt::LeftDockWidgetArea, trackerBar_);

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "calib/calib_session.h"
+#include "calib/jitter.h"
 #include "link/zorsock_double.h"
 
 namespace {
@@ -136,6 +137,21 @@ TEST_F(CalibAlignTest, StillnessTakesOnePointPerRestingPlace) {
 
   session.rigids = {wand, wand};  // two bodies in view: no decision
   EXPECT_FALSE(session.detectStillness().waiting);
+}
+
+TEST(JitterTest, RadiusIsTheMeanDistanceOfTheSeenSamplesFromTheirMean) {
+  JitterTest test;
+  test.Start(3, 3);
+  const int32_t body = 3 << 12;
+  test.Collect({{body, 1, 0, 0, 0, 1, 0}, {body + 1, 1, 5, 5, 5, 1, 0}, {7, 1, 9, 9, 9, 1, 0}});
+  test.Collect({{body, 2, 2, 0, 0, 1, 0}, {body + 1, 2, 5, 5, 5, 1, 0}, {body, 2, 50, 0, 0, 0, 0}});
+  const auto radii = test.Stop();
+  ASSERT_EQ(radii.size(), 3u);
+  EXPECT_DOUBLE_EQ(*radii[0], 1.0);  // (0,0,0) and (2,0,0); the unseen sample does not count
+  EXPECT_DOUBLE_EQ(*radii[1], 0.0);  // perfectly still
+  EXPECT_FALSE(radii[2]);            // never seen
+  test.Start(3, 2);
+  EXPECT_TRUE(test.Stop().empty());  // nothing at all: the radius calculation fails
 }
 
 }  // namespace

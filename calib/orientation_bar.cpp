@@ -43,6 +43,8 @@ OrientationBar::OrientationBar(QWidget* parent, ZOR* session)
   table_->setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::EditKeyPressed |
                           QAbstractItemView::AnyKeyPressed);
   table_->setSelectionBehavior(QAbstractItemView::SelectItems);
+  table_->setMinimumHeight(150);
+  table_->horizontalHeader()->setMinimumSectionSize(30);
   connect(table_, &QTableWidget::cellChanged, this, &OrientationBar::sl_ValueChanged);
   column->addWidget(table_);
 
@@ -133,6 +135,7 @@ void OrientationBar::fillTable() {
       table_->setItem(row, c, item);
     }
   }
+  table_->resizeColumnsToContents();
   filling_ = false;
 }
 
@@ -202,6 +205,7 @@ void OrientationBar::sl_Test() {
   for (size_t row = 0; row < radii.size() && static_cast<int>(row) < table_->rowCount(); ++row)
     if (radii[row]) table_->item(static_cast<int>(row), kErrorRadius)
                         ->setText(QString::number(*radii[row] * toMm, 'f', 4));
+  table_->resizeColumnsToContents();
 }
 
 void OrientationBar::showElapsed() {
