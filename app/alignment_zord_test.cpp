@@ -164,13 +164,16 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   // nothing left to align. Picked the other way round (X towards the Z arm)
   // the cameras would end below the floor: turned over by itself, and Flip
   // Up turns it upside down on request.
-  Rest(zord->address(), Vector3d(2000, 1500, 2000));  // out of the way
+  Rest(zord->address(), Vector3d(2000, 1500, 2000));  // out of the way of the clicks
+  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   window->entry(CalibMainWindow::kAlignObject)->trigger();
   window->sl_Align();
   ASSERT_TRUE(calib.aligning);
   ASSERT_TRUE(window->markerSelection());
   for (int id : {kOrigin, kOnX, kOnZ}) ASSERT_NO_FATAL_FAILURE(Click(*window, id));
   ASSERT_EQ(calib.alignIndices.size(), 3u);
+  const int picked[3] = {kOrigin, kOnX, kOnZ};
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(window->session().markers[calib.alignIndices[i]].id, picked[i]);
   ASSERT_NO_FATAL_FAILURE(Frames(*window, 20));
   EXPECT_LT(calib.pose.position().length() / calib.scale, 1.5);
   EXPECT_GT(std::abs(calib.pose[3]), std::cos(0.2 * M_PI / 180 / 2));
