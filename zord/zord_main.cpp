@@ -25,6 +25,10 @@ int main(int argc, char** argv) {
   app.add_option("--truth-out", sim.truth_out, "write the simulation's truth here at start");
   app.add_option("--seed", sim.seed, "seed of the simulated noise")->capture_default_str();
   app.add_option("--noise", sim.noise_px, "pixel noise sigma (default: the scene's)");
+  app.add_option("--max-sessions", server.max_sessions, "connections served at once")
+      ->capture_default_str();
+  app.add_option("--control-token", server.control_token,
+                 "accept operator control from other machines with this token");
   app.add_flag("--verbose", server.verbose, "log sessions and discovery queries");
   try {
     app.parse(argc, argv);

@@ -104,6 +104,9 @@ int main(int argc, char** argv) {
   CLI::App app{"zordctl: operator control of a running zord"};
   app.footer(kUsage);
   app.add_option("--server", server, "zord address, host or host:port")->capture_default_str();
+  std::string token;
+  app.add_option("--token", token, "the server's control token (needed from another machine)")
+      ->envname("ZORD_CONTROL_TOKEN");
   app.add_option("command", words, "a JSON request or a command (see below)")->required();
   app.allow_extras(false);
   app.positionals_at_end(true);
@@ -120,7 +123,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::string error;
-  const std::string reply = zorControl(server, request->dump(), &error);
+  const std::string reply = zorControl(server, request->dump(), &error, token);
   if (!error.empty()) {
     std::fprintf(stderr, "zordctl: %s\n", error.c_str());
     return 1;

@@ -9,15 +9,15 @@ bool ConnectionOptions::Check(std::string* why) const {
     if (why) *why = "time-outs must be positive";
     return false;
   }
-  if (frame_queue == 0) {
-    if (why) *why = "the frame queue needs room for at least one frame";
+  if (frame_queue < 2 || frame_queue_bytes < wire::kMaxMessage) {
+    if (why) *why = "the frame queue needs room for two frames and one of the largest size";
     return false;
   }
   return true;
 }
 
 Connection::Connection(const ConnectionOptions& options, ErrorQueue& errors)
-    : options_(options), errors_(errors), socket_(io_), frames_(options.frame_queue) {}
+    : options_(options), errors_(errors), socket_(io_), frames_(options.frame_queue, options.frame_queue_bytes) {}
 
 int Connection::Open(const std::string& server, uint32_t flags, const ConnectionOptions& options,
                      ErrorQueue& errors, std::unique_ptr<Connection>* out) {

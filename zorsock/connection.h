@@ -24,6 +24,7 @@ struct ConnectionOptions {
   std::chrono::milliseconds connect_timeout{ZOR_CONNECT_TIMEOUT_MS};
   std::chrono::milliseconds reply_timeout{ZOR_REPLY_TIMEOUT_MS};
   size_t frame_queue = 2048;  // frames kept for the caller before the oldest go
+  size_t frame_queue_bytes = FrameQueue::kDefaultMaxBytes;  // and their records' bytes
   std::string identity = "zorsock";
   bool Check(std::string* why) const;
 };

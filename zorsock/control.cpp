@@ -19,7 +19,8 @@ std::string Fail(std::string* error, const std::string& why) {
 
 }  // namespace
 
-std::string zorControl(const std::string& server, const std::string& json, std::string* error) {
+std::string zorControl(const std::string& server, const std::string& json, std::string* error,
+                       const std::string& token) {
   const auto address = ParseServerAddress(server, ZOR_DEFAULT_PORT);
   if (!address) return Fail(error, "invalid server address '" + server + "'");
   asio::io_context io;
@@ -30,7 +31,7 @@ std::string zorControl(const std::string& server, const std::string& json, std::
 
   wire::Hello hello;
   hello.role = wire::Role::kControl;
-  hello.identity = "zorControl";
+  hello.identity = wire::ControlIdentity(token);
   wire::Welcome welcome;
   std::string why;
   if (dialer.Handshake(hello, connect_deadline, &welcome, &why) != 0)

@@ -36,33 +36,55 @@ unsigned KindsPresent(const wire::Frame& f) {
 
 }  // namespace
 
-FrameQueue::FrameQueue(size_t capacity) : capacity_(std::max<size_t>(capacity, 1)) {}
+FrameQueue::FrameQueue(size_t capacity, size_t max_bytes)
+    : capacity_(std::max<size_t>(capacity, 2)), max_bytes_(max_bytes) {}
+
+size_t FrameQueue::RecordBytes(const wire::Frame& f) {
+  size_t bytes = 0;
+  for (Kind k : {Kind::kMarkers, Kind::kRigids, Kind::kImages, Kind::kDetectors}) {
+    const RecordSpan r = Records(f, k);
+    bytes += r.count * r.size;
+  }
+  return bytes;
+}
 
 void FrameQueue::Push(wire::Frame frame) {
   std::lock_guard lock(mu_);
   if (frame.number <= received_) {  // the numbering restarted: older frames are void
+    for (const wire::Frame& old : incoming_) Discard(old);
     incoming_.clear();
     restarted_ = true;
   }
   received_ = frame.number;
   received_time_us_ = frame.time_us;
   if (frame.empty()) return;
-  if (frames_.size() + incoming_.size() >= capacity_) {
-    // Drop the oldest frame the caller has not started on.
-    if (!frames_.empty() && frames_.front().taken == 0) {
-      frames_.pop_front();
-    } else if (frames_.size() > 1) {
-      frames_.erase(frames_.begin() + 1);
-    } else {
-      incoming_.pop_front();
-    }
-    ++dropped_;
-  }
+  bytes_ += RecordBytes(frame);
   incoming_.push_back(std::move(frame));
+  while ((frames_.size() + incoming_.size() > capacity_ || bytes_ > max_bytes_) && DropOldest())
+    ++dropped_;
+}
+
+bool FrameQueue::DropOldest() {
+  if (!frames_.empty() && frames_.front().taken == 0) {
+    Discard(frames_.front().frame);
+    frames_.pop_front();
+  } else if (frames_.size() > 1) {  // the head is started: the one after it
+    Discard(frames_[1].frame);
+    frames_.erase(frames_.begin() + 1);
+  } else if (!incoming_.empty() && (!frames_.empty() || incoming_.size() > 1)) {
+    Discard(incoming_.front());
+    incoming_.pop_front();
+  } else {
+    return false;  // one frame is always kept, however large
+  }
+  return true;
 }
 
 void FrameQueue::Present() {
-  if (restarted_) frames_.clear();
+  if (restarted_) {
+    for (const Entry& e : frames_) Discard(e.frame);
+    frames_.clear();
+  }
   restarted_ = false;
   for (auto& frame : incoming_) frames_.push_back(Entry{std::move(frame), 0});
   incoming_.clear();
@@ -100,7 +122,10 @@ int FrameQueue::Take(Kind kind, void* out, int capacity) {
 
 void FrameQueue::PopIfDone() {
   const Entry& head = frames_.front();
-  if ((KindsPresent(head.frame) & ~head.taken) == 0) frames_.pop_front();
+  if ((KindsPresent(head.frame) & ~head.taken) == 0) {
+    Discard(head.frame);
+    frames_.pop_front();
+  }
 }
 
 int32_t FrameQueue::newest() {
@@ -128,6 +153,7 @@ void FrameQueue::Clear() {
   std::lock_guard lock(mu_);
   frames_.clear();
   incoming_.clear();
+  bytes_ = 0;
   restarted_ = false;
   last_position_ = 99;
   newest_ = received_ = 0;

@@ -25,10 +25,15 @@ enum class Kind { kMarkers = 0, kRigids = 1, kImages = 2, kDetectors = 3 };
 
 class FrameQueue {
  public:
-  explicit FrameQueue(size_t capacity = 2048);
+  // Bounded in frames and in bytes of records: a fast server streaming to a
+  // caller that stopped polling costs at most `max_bytes`. At least two
+  // frames: the head the caller is taking and one arriving.
+  explicit FrameQueue(size_t capacity = 2048, size_t max_bytes = kDefaultMaxBytes);
+  static constexpr size_t kDefaultMaxBytes = 256u << 20;
 
   // Queues a received frame. Every frame counts for newest(); frames without
-  // records are not queued. A full queue drops its oldest frame. A frame
+  // records are not queued. A full queue drops its oldest frame (never the
+  // head the caller has started taking). A frame
   // numbered at or below the newest one means the server restarted its clock:
   // frames of the old numbering still queued are discarded.
   void Push(wire::Frame frame);
@@ -51,6 +56,9 @@ class FrameQueue {
  private:
   // With mu_ held.
   void PopIfDone();
+  bool DropOldest();           // false when only the started head is left
+  void Discard(const wire::Frame& frame) { bytes_ -= RecordBytes(frame); }
+  static size_t RecordBytes(const wire::Frame& frame);
   void Observe(int position);  // a question at this position of the round
   void Present();              // received frames become visible
 
@@ -60,6 +68,8 @@ class FrameQueue {
   };
 
   const size_t capacity_;
+  const size_t max_bytes_;
+  size_t bytes_ = 0;                // records of every queued frame
   mutable std::mutex mu_;
   std::deque<Entry> frames_;        // visible to the caller
   std::deque<wire::Frame> incoming_;  // received since the last round began

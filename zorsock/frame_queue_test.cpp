@@ -81,6 +81,29 @@ TEST(FrameQueue, FullQueueDropsOldestAndCountsButRestartedNumberingDiscardsTheOl
   EXPECT_EQ(m[0].frame, 1);
 }
 
+// Capacity 1 with the head partly taken popped an empty deque; the count of
+// frames alone let 2048 large frames pile up.
+TEST(FrameQueue, AStartedHeadIsKeptAndTheBoundIsInBytesToo) {
+  FrameQueue tiny(1);
+  tiny.Push(MakeFrame(1, 1, 1));
+  ZORMarker m[8];
+  ASSERT_EQ(tiny.Take(Kind::kMarkers, m, 8), 1);
+  tiny.Push(MakeFrame(2, 1, 1));
+  tiny.Push(MakeFrame(3, 1, 1));
+  EXPECT_EQ(tiny.size(), 2u);
+  EXPECT_EQ(tiny.dropped(), 1);
+  ZORRigid r[1];
+  ASSERT_EQ(tiny.Take(Kind::kRigids, r, 1), 1);
+  EXPECT_EQ(r[0].frame, 1);  // the started head is finished first
+
+  FrameQueue small(100, 3 * 4 * sizeof(ZORMarker));
+  for (int n = 1; n <= 10; ++n) small.Push(MakeFrame(n, 4, 0));
+  EXPECT_EQ(small.size(), 3u);
+  EXPECT_EQ(small.dropped(), 7);
+  ASSERT_EQ(small.Take(Kind::kMarkers, m, 8), 4);
+  EXPECT_EQ(m[0].frame, 8);
+}
+
 TEST(FrameQueue, AFrameArrivingMidRoundWaitsForTheNextRound) {
   FrameQueue q;
   q.Push(MakeFrame(1, 1, 1));

@@ -401,4 +401,13 @@ int FloatCount(int code) { return code == ZOR_GLOBAL_TRANSFORM ? 7 : 1; }
 
 int IntCount(int code) { return code == ZOR_FRAME_TIME ? 2 : 1; }
 
+std::string ControlIdentity(const std::string& token) {
+  return token.empty() ? "zorControl" : "zorControl " + token;
+}
+
+std::string ControlToken(const std::string& identity) {
+  const size_t space = identity.find(' ');
+  return space == std::string::npos ? std::string() : identity.substr(space + 1);
+}
+
 }  // namespace zorsock::wire

@@ -177,6 +177,11 @@ std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n);
 std::optional<RawHeader> DecodeRawHeader(const uint8_t* p, size_t n);
 std::optional<RawFrame> DecodeRawFrame(const uint8_t* p, size_t n, size_t cameras);
 
+// A control connection's Hello::identity: "zorControl", then " <token>" when
+// the operator has one (the server asks for it from peers off this machine).
+std::string ControlIdentity(const std::string& token);
+std::string ControlToken(const std::string& identity);
+
 // ---- Discovery datagrams (UDP) ----
 
 constexpr uint32_t kQueryMagic = 0x515A4F5A;   // "ZOZQ"

@@ -46,9 +46,19 @@ std::vector<double> Numbers(const json& object, const char* key, size_t count,
 }
 
 Eigen::Quaterniond Rotation(const std::vector<double>& q, const std::string& where) {
-  Eigen::Quaterniond r(q[0], q[1], q[2], q[3]);
-  if (r.norm() < 1e-9) throw FormatError(where + ": zero quaternion");
-  return r.normalized();
+  const auto r = UnitQuaternion(q[0], q[1], q[2], q[3]);
+  if (!r) throw FormatError(where + ": zero quaternion");
+  return *r;
+}
+
+// Image sizes are whole pixels; checked before the cast, which is undefined
+// for doubles outside int's range.
+int Pixels(const json& object, const char* key, const std::string& where) {
+  const double v = Number(object, key, where);
+  if (!(v >= 1 && v <= 65536) || v != std::floor(v)) {
+    throw FormatError(where + "." + key + ": expected a whole number of pixels from 1 to 65536");
+  }
+  return static_cast<int>(v);
 }
 
 Intrinsics LensFrom(const json& j, const std::string& where) {
@@ -59,11 +69,9 @@ Intrinsics LensFrom(const json& j, const std::string& where) {
   k.cx = Number(j, "cx", where);
   k.cy = Number(j, "cy", where);
   k.k1 = Number(j, "k1", where);
-  k.width = static_cast<int>(Number(j, "width", where));
-  k.height = static_cast<int>(Number(j, "height", where));
-  if (!(k.fx > 0 && k.fy > 0 && k.width > 0 && k.height > 0)) {
-    throw FormatError(where + ": focal lengths and image size must be above 0");
-  }
+  k.width = Pixels(j, "width", where);
+  k.height = Pixels(j, "height", where);
+  if (!(k.fx > 0 && k.fy > 0)) throw FormatError(where + ": focal lengths must be above 0");
   return k;
 }
 
@@ -156,16 +164,24 @@ LoadStatus LoadCalibration(const std::string& path, size_t camera_count, Calibra
   }
   std::string text;
   if (!ReadTextFile(path, &text, error)) return LoadStatus::kCorrupt;
-  try {
-    *state = StateFrom(json::parse(text), camera_count);
-  } catch (const FormatError& e) {
-    *error = path + ": " + e.what();
-    return LoadStatus::kCorrupt;
-  } catch (const json::exception& e) {
-    *error = path + ": not a valid state file: " + e.what();
+  if (!ParseCalibration(text, camera_count, state, error)) {
+    *error = path + ": " + *error;
     return LoadStatus::kCorrupt;
   }
   return LoadStatus::kLoaded;
+}
+
+bool ParseCalibration(const std::string& text, size_t camera_count, CalibrationState* state,
+                      std::string* error) {
+  try {
+    *state = StateFrom(json::parse(text), camera_count);
+    return true;
+  } catch (const FormatError& e) {
+    *error = e.what();
+  } catch (const std::exception& e) {  // the parser's: syntax, numbers beyond the double range
+    *error = std::string("not a valid state file: ") + e.what();
+  }
+  return false;
 }
 
 bool SaveCalibration(const std::string& path, const CalibrationState& state, std::string* error) {

@@ -32,6 +32,9 @@ enum class LoadStatus { kLoaded, kMissing, kCorrupt };
 // unless kLoaded.
 LoadStatus LoadCalibration(const std::string& path, size_t camera_count, CalibrationState* state,
                            std::string* error);
+// The same from a file's text; false with the reason (without a file name).
+bool ParseCalibration(const std::string& text, size_t camera_count, CalibrationState* state,
+                      std::string* error);
 bool SaveCalibration(const std::string& path, const CalibrationState& state, std::string* error);
 
 nlohmann::json CalibrationToJson(const CalibrationState& state);

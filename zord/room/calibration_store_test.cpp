@@ -92,6 +92,14 @@ TEST(CalibrationStore, BadFilesAreReportedAndLeftAlone) {
       {R"({"format": "zord-calibration", "version": 1, "global_transform": [0, 0, 0, 1, 0, 0, 0],
            "cameras": [{"id": 0, "calibrated": true, "lens": {"fx": 1}}]})",
        "cameras[0].lens.fy"},
+      // Beyond the double range: the parser throws out_of_range, not parse_error.
+      {R"({"format": "zord-calibration", "version": 1, "global_transform": [1e400, 0, 0, 1, 0, 0, 0]})",
+       "not a valid state file"},
+      // Cast to int unchecked, this was undefined behaviour.
+      {R"({"format": "zord-calibration", "version": 1, "global_transform": [0, 0, 0, 1, 0, 0, 0],
+           "cameras": [{"id": 0, "calibrated": true, "world_to_camera": {},
+                        "lens": {"fx": 1, "fy": 1, "cx": 0, "cy": 0, "k1": 0, "width": 1e300, "height": 8}}]})",
+       "cameras[0].lens.width: expected a whole number of pixels"},
   };
   for (const auto& c : cases) {
     WriteFile(path, c.text);
@@ -102,6 +110,24 @@ TEST(CalibrationStore, BadFilesAreReportedAndLeftAlone) {
     EXPECT_TRUE(untouched.cameras[1].calibrated);
     EXPECT_EQ(ReadFile(path), c.text);  // loading never rewrites the file
   }
+}
+
+// Components near 1e154 overflow a plain norm: the state loaded as a zero
+// rotation, and the file saved from it was refused at the next start.
+TEST(CalibrationStore, HugeQuaternionsLoadAsUnitRotationsAndTheirSaveLoadsBack) {
+  const std::string text = R"({"format": "zord-calibration", "version": 1,
+      "global_transform": [0, 0, 0, 1e154, 1e154, 0, 0],
+      "cameras": [{"id": 0, "calibrated": true,
+                   "lens": {"fx": 1, "fy": 1, "cx": 0, "cy": 0, "k1": 0, "width": 8, "height": 8},
+                   "world_to_camera": {"rotation": [1e-200, 0, 0, 3e-200], "translation": [0, 0, 0]}}]})";
+  CalibrationState state, again;
+  std::string error;
+  ASSERT_TRUE(ParseCalibration(text, 1, &state, &error)) << error;
+  EXPECT_NEAR(state.global.rotation.norm(), 1, 1e-12);
+  EXPECT_NEAR(state.global.rotation.w(), std::sqrt(0.5), 1e-12);
+  EXPECT_NEAR(state.cameras[0].pose.rotation.norm(), 1, 1e-12);
+  ASSERT_TRUE(ParseCalibration(CalibrationToJson(state).dump(), 1, &again, &error)) << error;
+  EXPECT_EQ(CalibrationToJson(again), CalibrationToJson(state));
 }
 
 TEST(CalibrationStore, FailedSaveKeepsTheOldFile) {

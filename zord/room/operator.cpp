@@ -38,9 +38,9 @@ Eigen::Quaterniond QuaternionField(const json& request, const char* key) {
     }
     q[i] = v[i].get<double>();
   }
-  Eigen::Quaterniond r(q[0], q[1], q[2], q[3]);
-  if (r.norm() < 1e-9) throw std::runtime_error(std::string("\"") + key + "\" is zero");
-  return r.normalized();
+  const auto r = UnitQuaternion(q[0], q[1], q[2], q[3]);
+  if (!r) throw std::runtime_error(std::string("\"") + key + "\" is zero");
+  return *r;
 }
 
 std::string Mode(const json& request) {

@@ -18,6 +18,10 @@ namespace {
 using nlohmann::json;
 
 constexpr int kMaxCameras = 256;
+// Every number of a scene is a length in mm, an angle, a pixel count or a
+// factor: none comes near this, and keeping below it means sums, squares and
+// norms of them never overflow.
+constexpr double kMaxMagnitude = 1e9;
 constexpr double kPi = 3.14159265358979323846;
 
 struct SceneError : std::runtime_error {
@@ -104,7 +108,9 @@ class Node {
   static double NumberOf(const json& v, const std::string& path) {
     if (!v.is_number()) throw SceneError(path + ": expected a number");
     const double d = v.get<double>();
-    if (!std::isfinite(d)) throw SceneError(path + ": expected a finite number");
+    if (!std::isfinite(d) || std::abs(d) > kMaxMagnitude) {
+      throw SceneError(path + ": expected a number from -1e9 to 1e9");
+    }
     return d;
   }
 
@@ -148,8 +154,9 @@ std::vector<SceneLed> ReadLeds(const json& array, const std::string& path) {
   for (size_t i = 0; i < array.size(); ++i) {
     const std::string at = Indexed(path, i);
     const json& row = array[i];
-    if (!row.is_array() || row.size() != 4 || !row[0].is_number_integer()) {
-      throw SceneError(at + ": expected [id, x, y, z] with an integer id");
+    if (!row.is_array() || row.size() != 4 || !row[0].is_number_integer() ||
+        row[0].get<int64_t>() < 0 || row[0].get<int64_t>() > (1 << 30)) {
+      throw SceneError(at + ": expected [id, x, y, z] with an integer id from 0 to 2^30");
     }
     const std::vector<double> p = Node::Numbers(json::array({row[1], row[2], row[3]}), at, 3);
     leds.push_back({row[0].get<int>(), {p[0], p[1], p[2]}});
@@ -160,9 +167,9 @@ std::vector<SceneLed> ReadLeds(const json& array, const std::string& path) {
 Eigen::Quaterniond ReadRotation(Node& node, const char* key) {
   if (!node.Has(key)) return Eigen::Quaterniond::Identity();
   const std::vector<double> q = Node::Numbers(node.Array(key), node.Sub(key), 4);
-  Eigen::Quaterniond r(q[0], q[1], q[2], q[3]);
-  if (r.norm() < 1e-9) throw SceneError(node.Sub(key) + ": the quaternion is zero");
-  return r.normalized();
+  const auto r = UnitQuaternion(q[0], q[1], q[2], q[3]);
+  if (!r) throw SceneError(node.Sub(key) + ": the quaternion is zero");
+  return *r;
 }
 
 // A camera at `position` looking at `aim`, image up towards the world's +Y,
@@ -414,20 +421,19 @@ bool Scene::Index(std::string* why) {
 
 bool ParseScene(const std::string& json_text, const std::string& source, Scene* scene,
                 std::string* error) {
+  // Every exception of the parser becomes a message: besides syntax errors it
+  // throws out_of_range for numbers beyond the double range (1e400).
   json root;
   try {
     root = json::parse(json_text);
-  } catch (const json::parse_error& e) {
+  } catch (const std::exception& e) {
     *error = source + ": not valid JSON: " + e.what();
     return false;
   }
   Scene parsed;
   try {
     ReadScene(root, &parsed);
-  } catch (const SceneError& e) {
-    *error = source + ": " + e.what();
-    return false;
-  } catch (const json::exception& e) {
+  } catch (const std::exception& e) {
     *error = source + ": " + e.what();
     return false;
   }

@@ -112,6 +112,13 @@ TEST(Scene, BadFilesNameTheFileAndTheKey) {
               HasSubstr("loose[0]: expected [id, x, y, z]"));
   EXPECT_THAT(ParseError(R"({"camera_rings": [{"count": 0}]})"),
               HasSubstr("camera_rings[0].count: expected an integer from 1"));
+  // Beyond the double range the parser throws out_of_range; zord used to terminate.
+  EXPECT_THAT(ParseError(R"({"cameras": [{}], "noise_px": 1e400})"), HasSubstr("not valid JSON"));
+  // Huge numbers overflow norms (a zero wand direction, a zero rotation).
+  EXPECT_THAT(ParseError(R"({"cameras": [{}], "wand": {"leds": [], "direction": [1e200, 0, 0]}})"),
+              HasSubstr("wand.direction[0]: expected a number from -1e9 to 1e9"));
+  EXPECT_THAT(ParseError(R"({"cameras": [{}], "loose": [[4294967296, 1, 2, 3]]})"),
+              HasSubstr("loose[0]: expected [id, x, y, z]"));
 
   Scene scene;
   std::string error;

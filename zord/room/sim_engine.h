@@ -16,6 +16,7 @@
 #include "zord/room/calibration_job.h"
 #include "zord/room/calibration_store.h"
 #include "zord/room/detect.h"
+#include "zord/room/message_queue.h"
 #include "zord/server/engine.h"
 #include "zord/room/operator.h"
 #include "zord/room/recon.h"
@@ -140,7 +141,7 @@ class SimEngine : public Engine {
   bool replay_marks_capture_ = false;
   std::vector<uint8_t> replay_taken_;
   std::optional<int> calibration_owner_;  // session whose run is working
-  std::deque<std::string> messages_;
+  MessageQueue messages_;
   int32_t last_frame_ = -1;
 
   // Clock thread only.

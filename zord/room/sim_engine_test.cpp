@@ -264,6 +264,12 @@ TEST(SimEngine, CalibrationRequestsNeedACalibrationSession) {
   EXPECT_EQ(message, "pass 1 failed. no wand data captured");
   ASSERT_EQ(engine->GetString(kCalib, ZOR_CALIB_MESSAGE, message), ZOR_NO_ERROR);
   EXPECT_EQ(message, "");
+  // A peer asking again and again without reading does not grow the queue without end.
+  for (int i = 0; i < 100'000; ++i) engine->TrackerOpi(kCalib, 1, ZOR_CALIB_RUN, 400);
+  int queued = 0;
+  while (engine->GetString(kCalib, ZOR_CALIB_MESSAGE, message) == ZOR_NO_ERROR && !message.empty())
+    ++queued;
+  EXPECT_EQ(queued, static_cast<int>(MessageQueue::kMaxMessages));
 }
 
 TEST(SimEngine, CapturesWandDetectionsForTheSolver) {

@@ -4,6 +4,9 @@
 
 #include <Eigen/Core>
 #include <Eigen/Geometry>
+#include <algorithm>
+#include <cmath>
+#include <optional>
 
 namespace zord {
 
@@ -20,6 +23,16 @@ struct RigidPlacement {
     return position.isZero(0) && rotation.w() == 1 && rotation.vec().isZero(0);
   }
 };
+
+// The rotation of a quaternion given by any finite components, or nullopt for
+// a zero (or non-finite) one. Components are first divided by the largest
+// magnitude, so huge (1e154) or tiny (1e-200) ones neither overflow nor
+// underflow the norm: a plain normalized() would turn them into (0, 0, 0, 0).
+inline std::optional<Eigen::Quaterniond> UnitQuaternion(double w, double x, double y, double z) {
+  const double largest = std::max({std::abs(w), std::abs(x), std::abs(y), std::abs(z)});
+  if (!std::isfinite(largest) || largest == 0) return std::nullopt;
+  return Eigen::Quaterniond(w / largest, x / largest, y / largest, z / largest).normalized();
+}
 
 inline void ToPose7(const Eigen::Vector3d& p, const Eigen::Quaterniond& q, float* out) {
   out[0] = static_cast<float>(p.x());

@@ -65,6 +65,9 @@ bool ServerOptions::Check(std::string* why) const {
   if (!(frequency >= kMinFrequency && frequency <= kMaxFrequency))
     return fail("--frequency must be in 30..960");
   if (name.size() > 200) return fail("--name is longer than 200 characters");
+  if (max_sessions < 1 || max_sessions > 10000) return fail("--max-sessions must be in 1..10000");
+  if (control_token.size() > 200 || control_token.find(' ') != std::string::npos)
+    return fail("--control-token must be at most 200 characters without spaces");
   return limits.Check(why);
 }
 
@@ -188,6 +191,16 @@ void Server::Accept() {
       });
       return;
     }
+    {
+      std::lock_guard lock(sessions_mu_);
+      if (sessions_.size() >= static_cast<size_t>(options_.max_sessions)) {
+        std::error_code ignored;
+        socket.close(ignored);  // each peer costs memory: their number is bounded
+        Log("connection refused: " + std::to_string(options_.max_sessions) + " sessions open");
+        Accept();
+        return;
+      }
+    }
     auto session = std::make_shared<Session>(std::move(socket), ++next_session_,
                                              static_cast<SessionHost&>(*this), options_.limits);
     {
@@ -212,6 +225,14 @@ SessionHost::Admission Server::Admit(Session& session, const wire::Hello& hello)
   if (stopping_) {
     a.refuse.message = "the server is shutting down";
     return a;
+  }
+  if (hello.role == wire::Role::kControl && !session.loopback()) {
+    const std::string token = wire::ControlToken(hello.identity);
+    if (options_.control_token.empty() || token != options_.control_token) {
+      a.refuse.message = "operator control from another machine needs the server's control token";
+      Log("refused control from " + session.peer());
+      return a;
+    }
   }
   if (hello.role == wire::Role::kRaw) {
     if (hello.flags != wire::kRawRecord && hello.flags != wire::kRawReplay) {

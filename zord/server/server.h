@@ -29,6 +29,10 @@ struct ServerOptions {
   std::string name;                       // display name; empty: the host name
   double frequency = 480;
   SessionLimits limits;
+  int max_sessions = 64;  // connections of any kind; more are closed at once
+  // Operator control (pause, rewind, moving things) is accepted from this
+  // machine; from elsewhere only with this token, and never when it is empty.
+  std::string control_token;
   bool verbose = false;
   bool Check(std::string* why) const;
 };

@@ -3,7 +3,10 @@
 // talk nonsense must not hang the library.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <asio.hpp>
+#include <fstream>
 #include <thread>
 
 #include "zord/server/fake_server_test_support.h"
@@ -76,6 +79,41 @@ TEST_F(PeersTest, GarbageOversizedOrCutMessagesAreDisconnected) {
     const wire::Bytes hello = wire::EncodeHello({});
     asio::write(half, asio::buffer(hello.data(), hello.size() / 2));
   }  // closed mid-message
+  ExpectServerStillServes();
+}
+
+size_t ResidentBytes() {
+  std::ifstream statm("/proc/self/statm");
+  size_t pages = 0, resident = 0;
+  statm >> pages >> resident;
+  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Each peer that sent a header declaring 8 MiB used to cost 8 MiB at once,
+// with no bound on peers and no end to the wait for the rest.
+TEST_F(PeersTest, DeclaredLengthsCostNothingStalledPeersTimeOutAndPeersAreCapped) {
+  server_.reset();
+  options_.max_sessions = 32;
+  options_.limits.message_timeout = std::chrono::milliseconds(3000);
+  StartServer();
+  const size_t before = ResidentBytes();
+  std::vector<tcp::socket> stalled;
+  for (int i = 0; i < 32; ++i) {
+    stalled.push_back(Raw());
+    wire::Bytes start = wire::EncodeHello({});
+    const uint32_t length = wire::kMaxMessage;
+    const uint16_t type = static_cast<uint16_t>(wire::Type::kRequest);
+    start.resize(start.size() + 6 + 100);
+    std::memcpy(start.data() + start.size() - 106, &length, 4);
+    std::memcpy(start.data() + start.size() - 102, &type, 2);
+    asio::write(stalled.back(), asio::buffer(start));
+  }
+  ASSERT_TRUE(WaitFor([&] { return server_->stats().sessions == 32; }));
+  auto extra = Raw();
+  EXPECT_TRUE(ClosedByServer(extra));
+  EXPECT_EQ(server_->stats().sessions, 32);  // the others still wait for their bytes
+  EXPECT_LT(ResidentBytes() - before, 32u << 20);  // was 32 x 8 MiB
+  for (auto& s : stalled) EXPECT_TRUE(ClosedByServer(s));
   ExpectServerStillServes();
 }
 

@@ -4,12 +4,17 @@ namespace zord {
 
 namespace wire = zorsock::wire;
 
+namespace {
+constexpr size_t kReadChunk = 64u << 10;
+}  // namespace
+
 bool SessionLimits::Check(std::string* why) const {
   if (max_queued_frames == 0 || max_queued_bytes < wire::kMaxMessage) {
     if (why) *why = "a session must be able to queue at least one frame of the largest size";
     return false;
   }
-  if (max_pending_requests == 0 || handshake_timeout.count() <= 0) {
+  if (max_pending_requests == 0 || handshake_timeout.count() <= 0 ||
+      message_timeout.count() <= 0) {
     if (why) *why = "request and handshake limits must be positive";
     return false;
   }
@@ -20,6 +25,7 @@ Session::Session(asio::ip::tcp::socket socket, int id, SessionHost& host,
                  const SessionLimits& limits)
     : socket_(std::move(socket)),
       handshake_timer_(socket_.get_executor()),
+      message_timer_(socket_.get_executor()),
       id_(id),
       host_(host),
       limits_(limits) {
@@ -27,6 +33,11 @@ Session::Session(asio::ip::tcp::socket socket, int id, SessionHost& host,
   std::error_code ec;
   const auto remote = socket_.remote_endpoint(ec);
   peer_ = ec ? "?" : remote.address().to_string() + ":" + std::to_string(remote.port());
+  if (!ec) {
+    const asio::ip::address a = remote.address();
+    loopback_ = a.is_loopback() || (a.is_v6() && a.to_v6().is_v4_mapped() &&
+                                    asio::ip::make_address_v4(asio::ip::v4_mapped, a.to_v6()).is_loopback());
+  }
 }
 
 void Session::Start() {
@@ -46,16 +57,36 @@ void Session::ReadHeader() {
                      const auto header = wire::DecodeHeader(self->header_bytes_, nullptr);
                      if (!header) return self->Close();
                      self->header_ = *header;
+                     self->payload_.clear();
+                     // A large message's buffer is not kept for the small ones that follow.
+                     if (self->payload_.capacity() > 2 * kReadChunk) self->payload_.shrink_to_fit();
+                     self->in_message_ = true;
+                     self->message_timer_.expires_after(self->limits_.message_timeout);
+                     self->message_timer_.async_wait([weak = std::weak_ptr(self)](std::error_code e) {
+                       // Stalled mid-message. The expiry check skips a wait that
+                       // fired just as the message completed and the next began.
+                       auto s = weak.lock();
+                       if (!e && s && s->in_message_ &&
+                           s->message_timer_.expiry() <= std::chrono::steady_clock::now())
+                         s->Close();
+                     });
                      self->ReadPayload();
                    });
 }
 
 void Session::ReadPayload() {
-  payload_.resize(header_.payload_size());
-  asio::async_read(socket_, asio::buffer(payload_),
+  const size_t have = payload_.size();
+  const size_t want = header_.payload_size();
+  if (have == want) {
+    in_message_ = false;
+    message_timer_.cancel();
+    return OnMessage();
+  }
+  payload_.resize(have + std::min(kReadChunk, want - have));
+  asio::async_read(socket_, asio::buffer(payload_.data() + have, payload_.size() - have),
                    [self = shared_from_this()](std::error_code ec, size_t) {
                      if (ec || self->closed_) return self->Close();
-                     self->OnMessage();
+                     self->ReadPayload();
                    });
 }
 
@@ -217,6 +248,7 @@ void Session::Close() {
   if (closed_) return;
   closed_ = true;
   handshake_timer_.cancel();
+  message_timer_.cancel();
   outgoing_.clear();
   queued_frames_ = queued_bytes_ = 0;
   std::error_code ignored;

@@ -24,6 +24,9 @@ struct SessionLimits {
   size_t max_queued_bytes = 32u << 20;     // frames give way beyond this
   size_t max_pending_requests = 256;       // requests sent but not yet answered
   std::chrono::milliseconds handshake_timeout{10'000};
+  // A message must arrive whole within this once its header has: a peer that
+  // stops mid-message would otherwise hold its partial payload for ever.
+  std::chrono::milliseconds message_timeout{10'000};
   bool Check(std::string* why) const;
 };
 
@@ -78,6 +81,7 @@ class Session : public std::enable_shared_from_this<Session> {
   StreamSwitches& streams() { return streams_; }
   int64_t dropped_frames() const { return dropped_frames_; }
   const std::string& peer() const { return peer_; }
+  bool loopback() const { return loopback_; }  // the peer is on this machine
 
  private:
   struct Outgoing {
@@ -86,6 +90,8 @@ class Session : public std::enable_shared_from_this<Session> {
   };
 
   void ReadHeader();
+  // Reads the payload a chunk at a time: memory grows with the bytes that
+  // arrived, never with the length a peer merely declared.
   void ReadPayload();
   void OnMessage();
   void OnHello();
@@ -97,10 +103,12 @@ class Session : public std::enable_shared_from_this<Session> {
 
   asio::ip::tcp::socket socket_;
   asio::steady_timer handshake_timer_;
+  asio::steady_timer message_timer_;
   const int id_;
   SessionHost& host_;
   const SessionLimits limits_;
   std::string peer_;
+  bool loopback_ = false;
 
   ClientContext context_;
   bool control_ = false;
@@ -114,6 +122,7 @@ class Session : public std::enable_shared_from_this<Session> {
   uint8_t header_bytes_[zorsock::wire::kHeaderSize] = {};
   zorsock::wire::Header header_;
   zorsock::wire::Bytes payload_;
+  bool in_message_ = false;  // a header has come, its payload not all yet
   size_t pending_requests_ = 0;
 
   std::deque<Outgoing> outgoing_;

@@ -1,5 +1,9 @@
 // The server and the client library together, in one process: a real Server
 // on loopback with a small scripted engine, driven through the zor* calls.
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+
 #include <gtest/gtest.h>
 
 #include "zord/server/fake_server_test_support.h"
@@ -217,6 +221,44 @@ TEST_F(ServerTest, ControlAndRawDataUseTheirOwnConnections) {
   EXPECT_NE(std::string(zorRPDError()).find("no raw data"), std::string::npos) << zorRPDError();
   EXPECT_EQ(zorRPDRecv(), 0);
   EXPECT_EQ(zorRPDClose(), 0);
+}
+
+// This machine's first address that is not loopback, or "" without one.
+std::string OwnAddress() {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return {};
+  std::string found;
+  for (ifaddrs* i = list; i && found.empty(); i = i->ifa_next) {
+    if (!i->ifa_addr || i->ifa_addr->sa_family != AF_INET || (i->ifa_flags & IFF_LOOPBACK)) continue;
+    char text[INET_ADDRSTRLEN];
+    inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(i->ifa_addr)->sin_addr, text, sizeof text);
+    found = text;
+  }
+  freeifaddrs(list);
+  return found;
+}
+
+// Operator control drives the room: from other machines only with the token.
+TEST(ServerControlTest, OtherMachinesNeedTheToken) {
+  const std::string own = OwnAddress();
+  if (own.empty()) GTEST_SKIP() << "no address besides loopback";
+  FakeEngine engine;
+  ServerOptions options;
+  options.listen = "0.0.0.0";
+  options.port = 0;
+  options.discovery_port = 0;
+  options.control_token = "s3cret";
+  Server server(engine, options);
+  std::string error;
+  ASSERT_TRUE(server.Start(&error)) << error;
+  const std::string port = ":" + std::to_string(server.port());
+  const std::string truth = R"({"cmd":"truth"})";
+  EXPECT_FALSE(zorControl("127.0.0.1" + port, truth, &error).empty()) << error;
+  EXPECT_TRUE(zorControl(own + port, truth, &error).empty());
+  EXPECT_NE(error.find("control token"), std::string::npos) << error;
+  EXPECT_TRUE(zorControl(own + port, truth, &error, "guess").empty());
+  error.clear();
+  EXPECT_FALSE(zorControl(own + port, truth, &error, "s3cret").empty()) << error;
 }
 
 TEST(ServerOptionsTest, CheckRejectsBadValues) {
