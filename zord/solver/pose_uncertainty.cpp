@@ -56,7 +56,7 @@ double LargestStd(const Eigen::Matrix3d& cov) {
 
 PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& wand,
                                       const CalibState& state, int camera, double sigma_px,
-                                      const LensPrior& prior, bool free_aspect) {
+                                      const LensPrior* lens_prior, bool free_aspect) {
   PoseUncertainty out;
   const Extrinsics& pose = state.poses[camera];
   const Eigen::Matrix3d rotation = pose.rotation.toRotationMatrix();
@@ -81,6 +81,10 @@ PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& 
     }
   }
   if (out.samples < 3 || !(sigma_px > 0)) return out;
+  if (!lens_prior) {
+    problem.SetParameterBlockConstant(lens.data());
+  } else {
+  const LensPrior& prior = *lens_prior;
   // k2 and the tangential terms (and the aspect unless it is free) are held.
   const double sigma[8] = {prior.focal * k.fx, prior.aspect, prior.centre_px, prior.centre_px,
                            prior.k1,           1,            1,               1};
@@ -91,6 +95,7 @@ PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& 
   std::vector<int> held = {5, 6, 7};
   if (!free_aspect) held.push_back(1);
   problem.SetManifold(lens.data(), new ceres::SubsetManifold(8, held));
+  }
 
   ceres::Covariance::Options options;
   options.algorithm_type = ceres::DENSE_SVD;

@@ -31,9 +31,10 @@ struct PoseUncertainty {
 // The camera's pose covariance from its inlier samples of the posed wand
 // frames (the wand poses taken as known: the other cameras fix them), its
 // pixel noise `sigma_px`, and its focal length, principal point and k1 (and
-// aspect with `free_aspect`) free under `prior` about their current values.
+// aspect with `free_aspect`) free under `prior` about their current values;
+// without a prior the lens is taken as exact.
 PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& wand,
                                       const CalibState& state, int camera, double sigma_px,
-                                      const LensPrior& prior, bool free_aspect);
+                                      const LensPrior* prior, bool free_aspect);
 
 }  // namespace zord

@@ -21,9 +21,9 @@ std::string SolverOptions::Check() const {
   if (!positive(lens_prior.focal) || !positive(lens_prior.aspect) ||
       !positive(lens_prior.centre_px) || !positive(lens_prior.k1))
     return "lens_prior values must be positive";
-  if (!positive(lens_pose_std_mm) || !(max_pose_std_mm >= lens_pose_std_mm) ||
-      !std::isfinite(max_pose_std_mm))
-    return "pose limits must be positive, max_pose_std_mm at least lens_pose_std_mm";
+  if (!(max_lens_inflation >= 1 && std::isfinite(max_lens_inflation)))
+    return "max_lens_inflation must be at least 1";
+  if (!positive(max_pose_std_mm)) return "max_pose_std_mm must be positive";
   if (max_lens_frames < 100) return "max_lens_frames must be at least 100";
   if (max_iterations < 1) return "max_iterations must be at least 1";
   if (num_threads < 1) return "num_threads must be at least 1";

@@ -44,10 +44,11 @@ struct SolverOptions {
 
   // What is known of the lenses before calibration, for judging poses.
   LensPrior lens_prior;
-  // A camera's pose is judged by its one-sigma uncertainty from the data
-  // (pose_uncertainty.h): above `lens_pose_std_mm` its lens is held at the
-  // nominal values, above `max_pose_std_mm` the camera is refused by name.
-  double lens_pose_std_mm = 0.25;
+  // A camera's lens is held at the nominal values when freeing it would make
+  // the pose this many times less certain (pose_uncertainty.h); a camera
+  // whose pose stays uncertain by more than `max_pose_std_mm` (one sigma) is
+  // refused by name.
+  double max_lens_inflation = 10;
   double max_pose_std_mm = 1.5;
   // The lenses are refined on at most this many frames spread over the
   // capture (more add time, not accuracy); the poses then use every frame.

@@ -118,7 +118,9 @@ SyntheticCapture MakeSyntheticCapture(const SyntheticOptions& options) {
           continue;
         uv += options.noise_px * Eigen::Vector2d(gauss(rng), gauss(rng));
         if (!options.lens.Inside(uv) || unit(rng) < options.dropout) continue;
-        if (c == options.weak_camera && uv.y() > options.weak_strip * options.lens.height) continue;
+        if (c == options.weak_camera &&
+            std::abs(uv.y() / options.lens.height - 0.7) > 0.5 * options.weak_strip)
+          continue;
         int id = led.id;
         if (unit(rng) < options.outlier_fraction) {
           const double a = 2 * M_PI * unit(rng), r = 5 + 55 * unit(rng);

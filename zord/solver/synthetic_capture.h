@@ -22,8 +22,9 @@ struct SyntheticOptions {
   double dropout = 0;           // probability that a detection is lost
   double outlier_fraction = 0;  // probability that a detection is moved 5-60 px
   double mislabel_fraction = 0; // probability that a detection carries another LED's id
-  // A weak camera: it sees the wand only in the top `weak_strip` of its image
-  // (as if the rest were hidden), -1 for none.
+  // A weak camera: it sees the wand only in a horizontal strip of its image,
+  // `weak_strip` of its height, centred 70 % down (as if the rest were
+  // hidden), -1 for none.
   int weak_camera = -1;
   double weak_strip = 0.1;
   uint32_t seed = 1;

@@ -214,41 +214,56 @@ class WandCalibration {
     return Succeed(3, InlierError(errors, set_, state_).Rms()) && !options_.Cancelled();
   }
 
-  // Judges every camera by how well the data determines its pose: refuses
-  // one whose pose stays poorly determined even with what is known of its
-  // lens, holds the lens of one whose data cannot refine it without the pose
-  // drifting, and refines what the rest support.
-  bool JudgeCameras(int pass, const std::vector<std::vector<double>>& errors) {
+  // Decides per camera which lens values the data supports: a lens whose
+  // freedom would let the pose drift (its pose uncertainty grows by more
+  // than max_lens_inflation when the lens is freed) is held at the nominal
+  // values. The ratio does not depend on the noise, which the unrefined
+  // lenses still inflate here.
+  void ChooseLensTerms(const std::vector<std::vector<double>>& errors) {
     const double sigma = RobustSigma(errors);
     lens_terms_.assign(set_.cameras, 0);
+    if (!options_.refine_intrinsics) return;
+    const std::vector<bool> reach_corners = ReachesCorners(set_, &state_.inlier, input_.cameras);
     for (int c = 0; c < set_.cameras; ++c) {
       if (!state_.use[c]) continue;
-      const PoseUncertainty u = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
-                                                      options_.lens_prior, options_.refine_aspect);
-      if (!u.determined || u.position_mm > options_.max_pose_std_mm) {
-        char detail[200];
-        std::snprintf(detail, sizeof detail,
-                      "sees too little of the wand to fix its pose (uncertain by %.1f mm, %.2f "
-                      "degrees; at most %.1f mm allowed)",
-                      u.position_mm, u.rotation_deg, options_.max_pose_std_mm);
-        if (c == tree_.root) return Fail(pass, CameraName(c) + " " + detail, c);
-        if (!Refuse(pass, c, detail)) return false;
-        refused_ = true;
-        continue;
-      }
-      if (!options_.refine_intrinsics) continue;
-      if (u.position_mm > options_.lens_pose_std_mm) {
+      const PoseUncertainty held =
+          CameraPoseUncertainty(set_, wand_, state_, c, sigma, nullptr, false);
+      const PoseUncertainty free = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
+                                                         &options_.lens_prior, options_.refine_aspect);
+      const double inflation = free.position_mm / held.position_mm;
+      if (!held.determined || !free.determined || !(inflation <= options_.max_lens_inflation)) {
         char detail[200];
         std::snprintf(detail, sizeof detail,
                       "%s: lens held at its nominal values, its samples cover too little of "
-                      "its image to refine it (pose uncertain by %.2f mm)",
-                      CameraName(c).c_str(), u.position_mm);
+                      "its image to refine it (a free lens makes its pose %.1f times less certain)",
+                      CameraName(c).c_str(), inflation);
         result_.warnings.push_back(detail);
         continue;
       }
       lens_terms_[c] = kLensFocal | kLensCentre | kLensRadial1 |
                        (options_.refine_aspect ? kLensAspect : 0u) |
-                       (reach_corners_[c] ? kLensRadial2 | kLensTangential : 0u);
+                       (reach_corners[c] ? kLensRadial2 | kLensTangential : 0u);
+    }
+  }
+
+  // Refuses by name a camera whose pose the final solve leaves uncertain by
+  // more than max_pose_std_mm, its lens free within what is known of it.
+  bool JudgePoses(int pass, const std::vector<std::vector<double>>& errors) {
+    const double sigma = RobustSigma(errors);
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c]) continue;
+      const PoseUncertainty u = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
+                                                      &options_.lens_prior, options_.refine_aspect);
+      result_.uncertainty[c] = u;
+      result_.lens_refined[c] = lens_terms_[c] != 0;
+      if (u.determined && u.position_mm <= options_.max_pose_std_mm) continue;
+      char detail[200];
+      std::snprintf(detail, sizeof detail,
+                    "sees too little of the wand to fix its pose (uncertain by %.1f mm, %.2f "
+                    "degrees; at most %.1f mm allowed)",
+                    u.position_mm, u.rotation_deg, options_.max_pose_std_mm);
+      if (c == tree_.root) return Fail(pass, CameraName(c) + " " + detail, c);
+      if (!Refuse(pass, c, detail)) return false;
     }
     return true;
   }
@@ -257,8 +272,7 @@ class WandCalibration {
     BundleSettings settings;
     settings.fixed_camera = tree_.root;
     settings.function_tolerance = 1e-10;
-    reach_corners_ = ReachesCorners(set_, &state_.inlier, input_.cameras);
-    if (!JudgeCameras(4, SampleErrors(set_, wand_, state_))) return false;
+    ChooseLensTerms(SampleErrors(set_, wand_, state_));
     const int lens_parameters = LensParameters();
     if (lens_parameters > 0) {
       // The lenses from a well-spread subset of the frames, then every
@@ -268,7 +282,7 @@ class WandCalibration {
       lens.frames = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
       if (!Adjust(4, lens)) return false;
     }
-    if ((lens_parameters > 0 || refused_ || !least_squares_) && !Adjust(4, settings)) return false;
+    if ((lens_parameters > 0 || !least_squares_) && !Adjust(4, settings)) return false;
     parameters_ += lens_parameters;
     // The better model may move the outlier boundary: re-decide and adjust once more.
     auto errors = SampleErrors(set_, wand_, state_);
@@ -300,13 +314,7 @@ class WandCalibration {
                     per_camera[c].Rms(), typical);
       if (!Refuse(4, c, detail)) return false;
     }
-    const double sigma = RobustSigma(errors);
-    for (int c = 0; c < set_.cameras; ++c) {
-      if (!state_.use[c]) continue;
-      result_.uncertainty[c] = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
-                                                     options_.lens_prior, options_.refine_aspect);
-      result_.lens_refined[c] = lens_terms_[c] != 0;
-    }
+    if (!JudgePoses(4, errors)) return false;
     result_.rms_px = total.Rms();
     result_.samples_used = static_cast<int>(total.residuals / 2);
     return Succeed(4, total.Rms());
@@ -350,9 +358,7 @@ class WandCalibration {
   CalibState state_;
   int parameters_ = 0;
   bool least_squares_ = false;  // the robust adjustment's result is the least-squares one
-  bool refused_ = false;        // a camera was refused after the robust adjustment
   std::vector<unsigned> lens_terms_;  // per camera, the lens values refined (LensTerm)
-  std::vector<bool> reach_corners_;   // per camera, its samples reach the image's corners
 };
 
 }  // namespace
