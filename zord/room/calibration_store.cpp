@@ -69,6 +69,9 @@ Intrinsics LensFrom(const json& j, const std::string& where) {
   k.cx = Number(j, "cx", where);
   k.cy = Number(j, "cy", where);
   k.k1 = Number(j, "k1", where);
+  // Files written before the lens had more than one term lack these.
+  for (auto [key, value] : {std::pair{"k2", &k.k2}, {"p1", &k.p1}, {"p2", &k.p2}})
+    if (j.contains(key)) *value = Number(j, key, where);
   k.width = Pixels(j, "width", where);
   k.height = Pixels(j, "height", where);
   if (!(k.fx > 0 && k.fy > 0)) throw FormatError(where + ": focal lengths must be above 0");
@@ -130,7 +133,8 @@ bool Fail(std::string* error, const std::string& what) {
 
 json LensToJson(const Intrinsics& k) {
   return {{"fx", k.fx}, {"fy", k.fy}, {"cx", k.cx}, {"cy", k.cy},
-          {"k1", k.k1}, {"width", k.width}, {"height", k.height}};
+          {"k1", k.k1}, {"k2", k.k2}, {"p1", k.p1}, {"p2", k.p2},
+          {"width", k.width}, {"height", k.height}};
 }
 
 json CalibrationToJson(const CalibrationState& state) {

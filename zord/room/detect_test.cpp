@@ -84,5 +84,36 @@ TEST(Detector, NoiseHasTheRequestedSigmaAndDropoutsTheirRate) {
   for (size_t i = 0; i < a.detections().size(); ++i) EXPECT_EQ(a.detections()[i].u, b.detections()[i].u);
 }
 
+// A lens with k1 = -0.04 folds a point 79 degrees off its axis onto the image
+// centre; a real lens never images it. A floor mirror doubles what the camera
+// sees, and a certain mislabel moves every blob to another LED's id.
+TEST(Detector, ImagesOnlyItsFieldAndAddsTheSceneEffects) {
+  Scene scene;
+  std::string error;
+  ASSERT_TRUE(ParseScene(R"({
+      "lens": {"k1": -0.04},
+      "lens_error": {"focal_px": 0, "centre_px": 0, "k1": 0},
+      "mount_error": {"position_mm": 0, "angle_deg": 0},
+      "cameras": [{"position": [0, 1000, 3000], "aim": [0, 1000, 0]}],
+      "loose": [[5, 0, 1000, 0], [6, 15000, 1000, 0]],
+      "effects": {"mirrors": [{"point": [0, 600, 0], "normal": [0, 1, 0]}]}})",
+                         "s", &scene, &error))
+      << error;
+  const std::vector<uint8_t> lit(scene.LedCount(), 1);
+  Detector detector(scene, 1, 0.0, 0.0);
+  detector.Run(LooseWorld(scene), lit);
+  EXPECT_EQ(detector.Count(scene.SlotOf(6)), 0);
+  ASSERT_EQ(detector.Count(scene.SlotOf(5)), 2);  // the LED and its reflection below it
+  const Detection* d = &detector.detections()[detector.First(scene.SlotOf(5))];
+  EXPECT_GT(d[1].v, d[0].v + 50);
+
+  scene.effects = SceneEffects();
+  scene.effects.mislabel_rate = 1;
+  Detector mislabelling(scene, 1, 0.0, 0.0);
+  mislabelling.Run(LooseWorld(scene), lit);
+  EXPECT_EQ(mislabelling.Count(scene.SlotOf(5)), 0);
+  EXPECT_EQ(mislabelling.Count(scene.SlotOf(6)), 1);
+}
+
 }  // namespace
 }  // namespace zord

@@ -58,6 +58,7 @@ Operator::Operator(const Scene& scene)
       wand_position_(scene.wand.rest_position),
       wand_direction_(scene.wand.rest_direction),
       lit_(scene.LedCount(), 1) {
+  for (const SceneCamera& cam : scene.cameras) camera_poses_.push_back(cam.pose);
   for (const SceneBody& body : scene.bodies) {
     body_moving_.push_back(body.moving);
     body_poses_.push_back(body.rest);
@@ -187,7 +188,33 @@ json Operator::Handle(const json& request) {
     lit_[slot] = request.at("visible").get<bool>() ? 1 : 0;
     return {{"ok", true}, {"id", id}, {"visible", lit_[slot] != 0}};
   }
+  if (cmd == "bump") return Bump(request);
   throw std::runtime_error("unknown cmd \"" + cmd + "\"");
+}
+
+// Knocks a camera on its stand: its centre moves, it turns about its centre.
+json Operator::Bump(const json& request) {
+  if (!request.contains("camera") || !request.at("camera").is_number_integer()) {
+    throw std::runtime_error("\"camera\" must be an integer");
+  }
+  const int64_t camera = request.at("camera").get<int64_t>();
+  if (camera < 0 || camera >= static_cast<int64_t>(camera_poses_.size())) {
+    throw std::runtime_error("no camera " + std::to_string(camera) + " in the scene");
+  }
+  const Eigen::Vector3d shift =
+      request.contains("position_mm") ? VectorField(request, "position_mm") : Eigen::Vector3d::Zero();
+  const Eigen::Vector3d turn = request.contains("rotation_deg")
+                                   ? Eigen::Vector3d(VectorField(request, "rotation_deg") * kTwoPi / 360)
+                                   : Eigen::Vector3d::Zero();
+  Extrinsics& pose = camera_poses_[camera];
+  const Eigen::Vector3d centre = pose.Centre() + shift;
+  if (turn.norm() > 0) {
+    // World to camera after turning the camera by `turn` in world axes.
+    pose.rotation = (pose.rotation * Eigen::Quaterniond(Eigen::AngleAxisd(turn.norm(), turn.normalized())).conjugate()).normalized();
+  }
+  pose.translation = -(pose.rotation * centre);
+  ++cameras_moved_;
+  return {{"ok", true}, {"camera", camera}};
 }
 
 json Operator::Status() const {

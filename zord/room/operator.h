@@ -1,7 +1,8 @@
 // The virtual operator: moves the scene's objects every frame. By default the
 // wand is waved through the capture volume on a smooth path that turns it in
 // every direction, and the rigid bodies drift slowly; control requests make
-// them rest at an exact pose (no drift), resume, or hide single LEDs.
+// them rest at an exact pose (no drift), resume, hide single LEDs, or knock
+// a camera on its stand.
 #pragma once
 
 #include <cstdint>
@@ -36,7 +37,13 @@ class Operator {
   nlohmann::json Handle(const nlohmann::json& request);
   nlohmann::json Status() const;
 
+  // The cameras' true poses (world to camera), bumped ones included, and a
+  // count that changes whenever one is bumped.
+  const std::vector<Extrinsics>& CameraPoses() const { return camera_poses_; }
+  int CamerasMoved() const { return cameras_moved_; }
+
  private:
+  nlohmann::json Bump(const nlohmann::json& request);
   void UpdateWand();
   void UpdateBody(size_t index);
 
@@ -48,6 +55,8 @@ class Operator {
   std::vector<uint8_t> body_moving_;
   std::vector<RigidPlacement> body_poses_;
   std::vector<uint8_t> lit_;
+  std::vector<Extrinsics> camera_poses_;
+  int cameras_moved_ = 0;
 };
 
 }  // namespace zord

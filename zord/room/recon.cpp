@@ -18,6 +18,7 @@ CalibratedCamera MakeCalibratedCamera(bool calibrated, const Intrinsics& lens, c
 }
 
 Eigen::Vector2d Undistort(const CalibratedCamera& cam, double u, double v) {
+  if (!cam.lens.Radial()) return PixelToNormalized(cam.lens, {u, v});
   const double xd = (u - cam.lens.cx) * cam.inv_fx;
   const double yd = (v - cam.lens.cy) * cam.inv_fy;
   const double a = cam.lens.k1 * (xd * xd + yd * yd);

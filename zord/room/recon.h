@@ -27,7 +27,8 @@ struct CalibratedCamera {
 // Pixel to normalised undistorted coordinates: the inverse of the one-term
 // radial model solved for the scale s (x_n = s x_d, s + k1 r_d^2 s^3 = 1) by
 // Newton's method from its series start; as exact as PixelToNormalized and
-// much cheaper, since triangulation runs it for every detection.
+// much cheaper, since triangulation runs it for every detection. Lenses with
+// more terms take the general PixelToNormalized.
 Eigen::Vector2d Undistort(const CalibratedCamera& cam, double u, double v);
 
 CalibratedCamera MakeCalibratedCamera(bool calibrated, const Intrinsics& lens, const Extrinsics& pose);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "zord/room/sim_testing.h"
 
 namespace zord {
@@ -65,15 +67,21 @@ TEST(Triangulate, UsesOnlyCalibratedCamerasAndRatesTheResidual) {
 }
 
 TEST(Undistort, InvertsTheLensModel) {
-  for (double k1 : {-0.2, -0.04, 0.0, 0.05, 0.2}) {
+  // One radial term (the fast path), then all four terms (the general inverse).
+  for (const auto& [k1, k2, p1, p2] : std::vector<std::array<double, 4>>{
+           {-0.2, 0, 0, 0}, {-0.04, 0, 0, 0}, {0, 0, 0, 0}, {0.05, 0, 0, 0}, {0.2, 0, 0, 0},
+           {-0.05, 0.01, 0.001, -0.0015}, {0.03, -0.02, -0.002, 0.001}}) {
     Intrinsics lens;
     lens.k1 = k1;
+    lens.k2 = k2;
+    lens.p1 = p1;
+    lens.p2 = p2;
     lens.fx = 1150;
     lens.fy = 1160;
     const CalibratedCamera cam = MakeCalibratedCamera(true, lens, Extrinsics());
     for (const Eigen::Vector2d& xn : {Eigen::Vector2d(0, 0), Eigen::Vector2d(0.5, -0.4),
                                      Eigen::Vector2d(-0.3, 0.1), Eigen::Vector2d(0.55, 0.45)}) {
-      const Eigen::Vector2d uv = DistortToPixel(xn.x(), xn.y(), lens.fx, lens.fy, lens.cx, lens.cy, k1);
+      const Eigen::Vector2d uv = DistortToPixel(lens, xn.x(), xn.y());
       EXPECT_LT((Undistort(cam, uv.x(), uv.y()) - xn).norm(), 1e-9) << k1 << " " << xn.transpose();
     }
   }

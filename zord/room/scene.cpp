@@ -142,6 +142,9 @@ Intrinsics ReadLens(Node node, const Intrinsics& base) {
   k.cx = node.Number("cx", k.cx);
   k.cy = node.Number("cy", k.cy);
   k.k1 = node.Number("k1", k.k1);
+  k.k2 = node.Number("k2", k.k2);
+  k.p1 = node.Number("p1", k.p1);
+  k.p2 = node.Number("p2", k.p2);
   k.width = node.Integer("width", k.width, 16, 65536);
   k.height = node.Integer("height", k.height, 16, 65536);
   node.Finish();
@@ -194,8 +197,43 @@ Extrinsics LookAt(const Eigen::Vector3d& position, const Eigen::Vector3d& aim, d
   return e;
 }
 
+SceneEffects ReadEffects(Node node) {
+  SceneEffects e;
+  if (node.Has("occlusion")) {
+    Node o = node.Object("occlusion");
+    e.operator_body = o.Bool("operator", e.operator_body);
+    e.body_radius_mm = o.PositiveNumber("body_radius", e.body_radius_mm);
+    e.body_height_mm = o.PositiveNumber("body_height", e.body_height_mm);
+    e.stands = o.Bool("stands", e.stands);
+    e.stand_radius_mm = o.PositiveNumber("stand_radius", e.stand_radius_mm);
+    o.Finish();
+  }
+  if (node.Has("mirrors")) {
+    const json& list = node.Array("mirrors");
+    for (size_t i = 0; i < list.size(); ++i) {
+      Node m(list[i], Indexed("effects.mirrors", i));
+      ScenePlane plane;
+      plane.point = m.Vector("point", plane.point);
+      const Eigen::Vector3d normal = m.Vector("normal", plane.normal);
+      if (normal.norm() < 1e-9) throw SceneError(m.Sub("normal") + ": must not be zero");
+      plane.normal = normal.normalized();
+      plane.rate = m.Number("rate", plane.rate);
+      if (!(plane.rate >= 0 && plane.rate <= 1)) throw SceneError(m.Sub("rate") + ": must be from 0 to 1");
+      m.Finish();
+      e.mirrors.push_back(plane);
+    }
+  }
+  e.mislabel_rate = node.Number("mislabel_rate", 0);
+  if (!(e.mislabel_rate >= 0 && e.mislabel_rate <= 1))
+    throw SceneError("effects.mislabel_rate: must be from 0 to 1");
+  e.merge_px = node.Number("merge_px", 0);
+  if (!(e.merge_px >= 0 && e.merge_px <= 100)) throw SceneError("effects.merge_px: must be from 0 to 100");
+  node.Finish();
+  return e;
+}
+
 struct Perturbation {
-  double focal_px = 12, centre_px = 5, k1 = 0.01;
+  double focal_px = 12, centre_px = 5, k1 = 0.01, k2 = 0, tangential = 0;
   double position_mm = 20, angle_deg = 0.8;
 };
 
@@ -209,6 +247,12 @@ Intrinsics PerturbLens(const Intrinsics& k, const Perturbation& p, SimRandom& rn
   t.cx += Symmetric(rng) * p.centre_px;
   t.cy += Symmetric(rng) * p.centre_px;
   t.k1 += Symmetric(rng) * p.k1;
+  // Drawn only when asked for, so that older scenes keep their lenses.
+  if (p.k2 > 0) t.k2 += Symmetric(rng) * p.k2;
+  if (p.tangential > 0) {
+    t.p1 += Symmetric(rng) * p.tangential;
+    t.p2 += Symmetric(rng) * p.tangential;
+  }
   return t;
 }
 
@@ -301,6 +345,8 @@ void ReadScene(const json& root, Scene* scene) {
     p.focal_px = e.Number("focal_px", p.focal_px);
     p.centre_px = e.Number("centre_px", p.centre_px);
     p.k1 = e.Number("k1", p.k1);
+    p.k2 = e.Number("k2", p.k2);
+    p.tangential = e.Number("tangential", p.tangential);
     e.Finish();
   }
   if (top.Has("mount_error")) {
@@ -385,6 +431,7 @@ void ReadScene(const json& root, Scene* scene) {
       scene->loose.push_back({first + i, p});
     }
   }
+  if (top.Has("effects")) scene->effects = ReadEffects(top.Object("effects"));
   top.Finish();
 }
 

@@ -43,6 +43,30 @@ struct SceneBody {
   Eigen::Vector3d range{800, 300, 800};      // half extent of its path (mm)
 };
 
+// A shiny flat surface: cameras on its front side also see the mirror image
+// of the LEDs in front of it, with probability `rate` per detection.
+struct ScenePlane {
+  Eigen::Vector3d point = Eigen::Vector3d::Zero();
+  Eigen::Vector3d normal = Eigen::Vector3d::UnitY();  // unit, the shiny side
+  double rate = 1;
+};
+
+// What makes a real room misbehave; all off unless the scene asks for it.
+struct SceneEffects {
+  bool operator_body = false;     // a person-sized cylinder beside the wand hides LEDs
+  double body_radius_mm = 250;
+  double body_height_mm = 1800;
+  bool stands = false;            // the camera stands (floor to camera) hide LEDs
+  double stand_radius_mm = 40;
+  std::vector<ScenePlane> mirrors;
+  double mislabel_rate = 0;       // a blob carries another LED's id
+  double merge_px = 0;            // blobs closer than this in an image merge into one
+
+  bool Any() const {
+    return operator_body || stands || !mirrors.empty() || mislabel_rate > 0 || merge_px > 0;
+  }
+};
+
 struct Scene {
   std::string name = "default";
   Eigen::Vector3d room_size{6000, 3000, 6000};  // x, height, z; centred on x = z = 0
@@ -61,6 +85,7 @@ struct Scene {
   std::vector<SceneLed> align;  // the L frame, in its own frame
   RigidPlacement align_pose;
   std::vector<SceneLed> loose;  // world positions
+  SceneEffects effects;
 
   // LEDs are numbered densely by "slot": the wand's, each body's, the
   // alignment frame's, then the loose ones, in file order.

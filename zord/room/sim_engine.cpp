@@ -120,6 +120,8 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
   const zorsock::wire::RawFrame* replayed = nullptr;
   int64_t replay_index = -1;
   bool capturing;
+  Eigen::Vector3d person;
+  std::vector<Extrinsics> moved;  // the cameras' poses after a bump
   {
     std::lock_guard lock(mutex_);
     if (plan_version_ != trackers_.version()) {
@@ -130,6 +132,11 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
     operator_.Advance(dt);
     operator_.LedWorld(&world_);
     lit_ = operator_.lit();
+    person = OperatorPosition(operator_.WandPose().position, operator_.WandDirection());
+    if (cameras_moved_ != operator_.CamerasMoved()) {
+      cameras_moved_ = operator_.CamerasMoved();
+      moved = operator_.CameraPoses();
+    }
     plan = plan_;
     rig = rig_;
     capturing = capturing_;
@@ -138,10 +145,11 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
     replayed = NextReplayFrame(&replay_index);
   }
 
+  for (size_t c = 0; c < moved.size(); ++c) detector_.Move(static_cast<int>(c), moved[c]);
   if (replayed) {
     detector_.Load(replayed->images, *scene_);
   } else {
-    detector_.Run(world_, lit_);
+    detector_.Run(world_, lit_, &person);
   }
   Reconstruct(*plan, *rig);
   Report(*plan, *rig, frame_number, out);

@@ -143,6 +143,7 @@ class SimEngine : public Engine {
   std::optional<int> calibration_owner_;  // session whose run is working
   MessageQueue messages_;
   int32_t last_frame_ = -1;
+  int cameras_moved_ = 0;  // the operator's count of bumps the detector has seen
 
   // Clock thread only.
   Detector detector_;

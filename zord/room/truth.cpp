@@ -26,7 +26,7 @@ json TruthJson(const Scene& scene, const Operator& op) {
   for (size_t id = 0; id < scene.cameras.size(); ++id) {
     Eigen::Vector3d position;
     Eigen::Quaterniond rotation;
-    ReportedPose(scene.cameras[id].pose, &position, &rotation);
+    ReportedPose(op.CameraPoses()[id], &position, &rotation);
     cameras.push_back({{"id", id}, {"pose", Pose(position, rotation)},
                        {"lens", LensToJson(scene.cameras[id].truth)}});
   }

@@ -22,8 +22,8 @@ struct Group {
 
 template <typename T>
 void GroupResiduals(const Group& group, const std::vector<double>& offsets, const T* camera,
-                    const T* wand, const T& fx, const T& fy, const T& cx, const T& cy, const T& k1,
-                    T* residuals) {
+                    const T* wand, const T& fx, const T& fy, const T& cx, const T& cy,
+                    const T* distortion, T* residuals) {
   T r[9];
   ceres::AngleAxisToRotationMatrix(camera, ceres::ColumnMajorAdapter3x3(r));
   const std::vector<Sample>& samples = group.set->frames[group.frame].samples;
@@ -35,7 +35,7 @@ void GroupResiduals(const Group& group, const std::vector<double>& offsets, cons
     const T px = r[0] * x + r[3] * y + r[6] * z + camera[3];
     const T py = r[1] * x + r[4] * y + r[7] * z + camera[4];
     const T pz = r[2] * x + r[5] * y + r[8] * z + camera[5];
-    const auto uv = DistortToPixel(px / pz, py / pz, fx, fy, cx, cy, k1);
+    const auto uv = DistortToPixel(px / pz, py / pz, fx, fy, cx, cy, distortion);
     residuals[2 * k] = uv(0) - s.pixel.x();
     residuals[2 * k + 1] = uv(1) - s.pixel.y();
   }
@@ -47,21 +47,22 @@ struct FixedLensCost {
   Intrinsics lens;
   template <typename T>
   bool operator()(const T* camera, const T* wand, T* residuals) const {
+    const T distortion[4] = {T(lens.k1), T(lens.k2), T(lens.p1), T(lens.p2)};
     GroupResiduals(group, *offsets, camera, wand, T(lens.fx), T(lens.fy), T(lens.cx), T(lens.cy),
-                   T(lens.k1), residuals);
+                   distortion, residuals);
     return true;
   }
 };
 
-// Lens block: fx, aspect (fy / fx), cx, cy, k1. The aspect stays at its
-// nominal value unless it is refined too.
+// Lens block: fx, aspect (fy / fx), cx, cy, k1, k2, p1, p2; what a camera's
+// data does not support stays at its current value.
 struct FreeLensCost {
   Group group;
   const std::vector<double>* offsets;
   template <typename T>
   bool operator()(const T* camera, const T* wand, const T* lens, T* residuals) const {
     GroupResiduals(group, *offsets, camera, wand, lens[0], lens[0] * lens[1], lens[2], lens[3],
-                   lens[4], residuals);
+                   lens + 4, residuals);
     return true;
   }
 };
@@ -94,9 +95,10 @@ Extrinsics FromCameraBlock(const std::array<double, 6>& b) {
 
 // The samples of each (frame, camera) that enter the adjustment; drops the
 // wand pose of frames seen by fewer than two cameras.
-std::vector<Group> MakeGroups(const SampleSet& set, CalibState* state) {
+std::vector<Group> MakeGroups(const SampleSet& set, const std::vector<size_t>& frames,
+                              CalibState* state) {
   std::vector<Group> groups;
-  for (size_t f = 0; f < set.frames.size(); ++f) {
+  for (size_t f : frames) {
     if (!state->wand[f]) continue;
     const SampleFrame& frame = set.frames[f];
     const size_t first = groups.size();
@@ -121,22 +123,41 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
                            const BundleSettings& settings, const SolverOptions& options,
                            CalibState* state) {
   BundleOutcome out;
-  const std::vector<Group> groups = MakeGroups(set, state);
+  std::vector<size_t> frames = settings.frames;
+  if (frames.empty()) {
+    frames.resize(set.frames.size());
+    for (size_t f = 0; f < frames.size(); ++f) frames[f] = f;
+  }
+  const std::vector<Group> groups = MakeGroups(set, frames, state);
   if (groups.empty()) {
     out.problem = "no wand frame is seen by two cameras";
     return out;
   }
 
   std::vector<std::array<double, 6>> cameras(set.cameras);
-  std::vector<std::array<double, 5>> lenses(set.cameras);
+  std::vector<std::array<double, 8>> lenses(set.cameras);
+  std::vector<unsigned> terms(set.cameras, 0);
+  std::vector<std::unique_ptr<ceres::SubsetManifold>> held_terms(set.cameras);
   for (int c = 0; c < set.cameras; ++c) {
     cameras[c] = CameraBlock(state->poses[c]);
     const Intrinsics& k = state->lenses[c];
-    lenses[c] = {k.fx, k.fy / k.fx, k.cx, k.cy, k.k1};
+    lenses[c] = {k.fx, k.fy / k.fx, k.cx, k.cy, k.k1, k.k2, k.p1, k.p2};
+    if (static_cast<size_t>(c) < settings.lens_terms.size()) terms[c] = settings.lens_terms[c];
+    if (!terms[c]) continue;
+    std::vector<int> held;
+    auto hold = [&](unsigned term, std::initializer_list<int> indices) {
+      if (!(terms[c] & term)) held.insert(held.end(), indices);
+    };
+    hold(kLensFocal, {0});
+    hold(kLensAspect, {1});
+    hold(kLensCentre, {2, 3});
+    hold(kLensRadial1, {4});
+    hold(kLensRadial2, {5});
+    hold(kLensTangential, {6, 7});
+    held_terms[c] = std::make_unique<ceres::SubsetManifold>(8, held);
   }
-  ceres::SubsetManifold nominal_aspect(5, {1});
   std::vector<std::array<double, 6>> wands(set.frames.size());
-  for (size_t f = 0; f < set.frames.size(); ++f) {
+  for (size_t f : frames) {
     if (!state->wand[f]) continue;
     const WandPose& p = *state->wand[f];
     const Eigen::Vector3d d = p.direction.normalized();
@@ -161,8 +182,8 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
         settings.robust ? losses[std::min<size_t>(count, losses.size() - 1)].get() : nullptr;
     double* cam = cameras[camera].data();
     double* w = wands[g.frame].data();
-    if (settings.refine_intrinsics) {
-      auto* cost = new ceres::AutoDiffCostFunction<FreeLensCost, ceres::DYNAMIC, 6, 6, 5>(
+    if (terms[camera]) {
+      auto* cost = new ceres::AutoDiffCostFunction<FreeLensCost, ceres::DYNAMIC, 6, 6, 8>(
           new FreeLensCost{g, &wand.offsets}, 2 * count);
       problem.AddResidualBlock(cost, loss, cam, w, lenses[camera].data());
     } else {
@@ -174,8 +195,8 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   }
 
   auto* ordering = new ceres::ParameterBlockOrdering;
-  int cameras_in_problem = 0;
-  for (size_t f = 0; f < wands.size(); ++f) {
+  int camera_parameters = 0;
+  for (size_t f : frames) {
     if (!state->wand[f] || !problem.HasParameterBlock(wands[f].data())) continue;
     problem.SetManifold(wands[f].data(), &wand_manifold);
     ordering->AddElementToGroup(wands[f].data(), 0);
@@ -183,17 +204,19 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   }
   for (int c = 0; c < set.cameras; ++c) {
     if (!problem.HasParameterBlock(cameras[c].data())) continue;
-    ++cameras_in_problem;
     ordering->AddElementToGroup(cameras[c].data(), 1);
     if (c == settings.fixed_camera) {
       problem.SetParameterBlockConstant(cameras[c].data());
     } else {
       out.parameters += 6;
+      camera_parameters += 6;
     }
-    if (settings.refine_intrinsics) {
+    if (terms[c]) {
       ordering->AddElementToGroup(lenses[c].data(), 1);
-      out.parameters += settings.refine_aspect ? 5 : 4;
-      if (!settings.refine_aspect) problem.SetManifold(lenses[c].data(), &nominal_aspect);
+      const int free = held_terms[c]->TangentSize();
+      out.parameters += free;
+      camera_parameters += free;
+      if (free < 8) problem.SetManifold(lenses[c].data(), held_terms[c].get());
     }
   }
   if (!problem.HasParameterBlock(cameras[settings.fixed_camera].data())) {
@@ -203,10 +226,8 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   }
 
   ceres::Solver::Options solver;
-  const int camera_block = settings.refine_intrinsics ? (settings.refine_aspect ? 11 : 10) : 6;
   // The reduced camera system is small and dense unless there are very many cameras.
-  solver.linear_solver_type =
-      cameras_in_problem * camera_block <= 1200 ? ceres::DENSE_SCHUR : ceres::SPARSE_SCHUR;
+  solver.linear_solver_type = camera_parameters <= 1200 ? ceres::DENSE_SCHUR : ceres::SPARSE_SCHUR;
   solver.linear_solver_ordering.reset(ordering);
   solver.num_threads = options.num_threads;
   solver.max_num_iterations = options.max_iterations;
@@ -234,16 +255,20 @@ BundleOutcome AdjustBundle(const SampleSet& set, const StraightWand& wand,
   for (int c = 0; c < set.cameras; ++c) {
     if (!problem.HasParameterBlock(cameras[c].data())) continue;
     state->poses[c] = FromCameraBlock(cameras[c]);
-    if (settings.refine_intrinsics) {
+    if (terms[c]) {
       Intrinsics& k = state->lenses[c];
-      k.fx = lenses[c][0];
-      k.fy = lenses[c][0] * lenses[c][1];
-      k.cx = lenses[c][2];
-      k.cy = lenses[c][3];
-      k.k1 = lenses[c][4];
+      const std::array<double, 8>& l = lenses[c];
+      k.fx = l[0];
+      k.fy = l[0] * l[1];
+      k.cx = l[2];
+      k.cy = l[3];
+      k.k1 = l[4];
+      k.k2 = l[5];
+      k.p1 = l[6];
+      k.p2 = l[7];
     }
   }
-  for (size_t f = 0; f < wands.size(); ++f) {
+  for (size_t f : frames) {
     if (!state->wand[f]) continue;
     const auto& w = wands[f];
     state->wand[f]->centre = {w[0], w[1], w[2]};

@@ -12,12 +12,25 @@
 
 namespace zord {
 
+// Lens values a bundle adjustment may refine, as a bit set per camera.
+enum LensTerm : unsigned {
+  kLensFocal = 1,       // fx, with fy following at the nominal aspect
+  kLensAspect = 2,      // fy on its own
+  kLensCentre = 4,      // cx, cy
+  kLensRadial1 = 8,     // k1
+  kLensRadial2 = 16,    // k2
+  kLensTangential = 32  // p1, p2
+};
+
 struct BundleSettings {
-  bool robust = false;             // Huber loss of options.robust_loss_px
-  bool refine_intrinsics = false;  // focal length (aspect kept), principal point, k1
-  bool refine_aspect = false;      // with refine_intrinsics: fy on its own as well
-  int fixed_camera = 0;            // held fixed to remove the gauge freedom
+  bool robust = false;     // Huber loss of options.robust_loss_px
+  // Per camera, the LensTerm bits refined; empty or 0: the lens is held.
+  std::vector<unsigned> lens_terms;
+  int fixed_camera = 0;    // held fixed to remove the gauge freedom
   double function_tolerance = 1e-9;
+  // Frames adjusted (indices into the sample set); empty: all of them. Wand
+  // poses of frames left out are kept as they are.
+  std::vector<size_t> frames;
 };
 
 struct BundleOutcome {

@@ -25,8 +25,10 @@ PoseErrors CompareCameraPoses(const std::vector<Extrinsics>& solved,
   const Eigen::Vector3d b = align.topRightCorner<3, 1>();
 
   PoseErrors out;
+  out.position_mm.assign(use.size(), 0);
   for (long i = 0; i < n; ++i) {
     const double position = (a * from.col(i) + b - to.col(i)).norm();
+    out.position_mm[cameras[i]] = position;
     const Eigen::Matrix3d moved = solved[cameras[i]].rotation.toRotationMatrix() * a.transpose();
     const double rotation =
         Eigen::AngleAxisd(truth[cameras[i]].rotation.toRotationMatrix() * moved.transpose())

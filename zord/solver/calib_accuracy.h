@@ -13,6 +13,7 @@ namespace zord {
 struct PoseErrors {
   double position_rms_mm = 0, position_max_mm = 0;
   double rotation_rms_deg = 0, rotation_max_deg = 0;
+  std::vector<double> position_mm;  // per camera (0 for those not compared)
 };
 
 // Compares the cameras flagged in `use` (at least three).

@@ -1,6 +1,8 @@
 #include "zord/solver/camera_coverage.h"
 
 #include <Eigen/Eigenvalues>
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace zord {
@@ -50,6 +52,29 @@ std::string CoverageProblem(const CameraCoverage& coverage, const Intrinsics& le
            std::to_string(static_cast<int>(std::ceil(needed))) + ")";
   }
   return {};
+}
+
+std::vector<bool> ReachesCorners(const SampleSet& set, const std::vector<std::vector<bool>>* keep,
+                                 const std::vector<Intrinsics>& lenses) {
+  constexpr double kOuter = 0.7;      // of the distance to the furthest corner
+  constexpr int kPerQuadrant = 40;    // samples beyond it in a quadrant that counts
+  std::vector<std::array<int, 4>> outer(set.cameras, {0, 0, 0, 0});
+  for (size_t f = 0; f < set.frames.size(); ++f) {
+    for (size_t i = 0; i < set.frames[f].samples.size(); ++i) {
+      if (keep && !(*keep)[f][i]) continue;
+      const Sample& s = set.frames[f].samples[i];
+      const Intrinsics& k = lenses[s.camera];
+      const Eigen::Vector2d d(s.pixel.x() - k.cx, s.pixel.y() - k.cy);
+      const double corner = std::hypot(std::max(k.cx, k.width - k.cx), std::max(k.cy, k.height - k.cy));
+      if (d.norm() > kOuter * corner) ++outer[s.camera][(d.x() > 0) + 2 * (d.y() > 0)];
+    }
+  }
+  std::vector<bool> out(set.cameras);
+  for (int c = 0; c < set.cameras; ++c) {
+    out[c] = std::count_if(outer[c].begin(), outer[c].end(),
+                           [](int n) { return n >= kPerQuadrant; }) >= 3;
+  }
+  return out;
 }
 
 CameraLinks CountSharedSamples(const SampleSet& set) {

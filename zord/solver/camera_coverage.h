@@ -27,6 +27,12 @@ std::vector<CameraCoverage> MeasureCoverage(const SampleSet& set,
 std::string CoverageProblem(const CameraCoverage& coverage, const Intrinsics& lens,
                             const SolverOptions& options);
 
+// Per camera: whether its samples (those `keep` marks) reach into the outer
+// part of the image on most sides, as the higher lens terms (k2, tangential)
+// need to be told apart from k1 and the principal point.
+std::vector<bool> ReachesCorners(const SampleSet& set, const std::vector<std::vector<bool>>* keep,
+                                 const std::vector<Intrinsics>& lenses);
+
 // Symmetric counts over camera pairs: frames in which both see the same two or
 // more LEDs, and the LEDs they see together over all frames.
 struct CameraLinks {

@@ -1,5 +1,6 @@
-// The pinhole camera with one radial distortion term, shared by the simulator
-// (which projects the truth) and the calibration solver (which estimates it).
+// The pinhole camera with two radial and two tangential distortion terms,
+// shared by the simulator (which projects the truth) and the calibration
+// solver (which estimates it).
 //
 // Internally cameras follow the computer-vision convention: camera x right,
 // y down, z forward; a world point X maps to the camera as R * X + t. What the
@@ -15,13 +16,28 @@ namespace zord {
 struct Intrinsics {
   double fx = 1200, fy = 1200;  // focal lengths in pixels
   double cx = 640, cy = 512;    // principal point in pixels
-  double k1 = 0;                // radial term: x_d = x_n (1 + k1 r^2)
+  double k1 = 0, k2 = 0;        // radial terms: x_d = x_n (1 + k1 r^2 + k2 r^4) + tangential
+  double p1 = 0, p2 = 0;        // tangential (decentring) terms
   int width = 1280, height = 1024;
 
   bool Inside(const Eigen::Vector2d& uv) const {
     return uv.x() >= 0 && uv.y() >= 0 && uv.x() < width && uv.y() < height;
   }
+  bool Radial() const { return k2 == 0 && p1 == 0 && p2 == 0; }  // k1 alone
 };
+
+// A lens images rays only up to the angle its glass admits, which for a
+// machine-vision lens just covers the sensor: the distortion polynomial means
+// nothing beyond it (with negative k1 it folds far-off points back into the
+// image). The field is taken as the undistorted radius of the image corner
+// furthest from the principal point, plus a small margin, and never beyond
+// where the radial mapping stops growing.
+struct LensField {
+  double max_r2 = 0;  // largest squared undistorted normalised radius imaged
+
+  bool Admits(double xn, double yn) const { return xn * xn + yn * yn <= max_r2; }
+};
+LensField FieldOf(const Intrinsics& k);
 
 // World to camera: X_cam = rotation * X_world + translation.
 struct Extrinsics {
@@ -35,19 +51,36 @@ struct Extrinsics {
 };
 
 // Distorts normalised coordinates (x/z, y/z) and maps them to pixels.
+// `d` holds k1, k2, p1, p2.
 template <typename T>
 Eigen::Matrix<T, 2, 1> DistortToPixel(const T& xn, const T& yn, const T& fx, const T& fy,
-                                      const T& cx, const T& cy, const T& k1) {
+                                      const T& cx, const T& cy, const T* d) {
   const T r2 = xn * xn + yn * yn;
-  const T d = T(1) + k1 * r2;
-  return {fx * xn * d + cx, fy * yn * d + cy};
+  const T radial = T(1) + r2 * (d[0] + d[1] * r2);
+  const T xd = xn * radial + T(2) * d[2] * xn * yn + d[3] * (r2 + T(2) * xn * xn);
+  const T yd = yn * radial + d[2] * (r2 + T(2) * yn * yn) + T(2) * d[3] * xn * yn;
+  return {fx * xd + cx, fy * yd + cy};
+}
+
+inline Eigen::Vector2d DistortToPixel(const Intrinsics& k, double xn, double yn) {
+  const double d[4] = {k.k1, k.k2, k.p1, k.p2};
+  return DistortToPixel(xn, yn, k.fx, k.fy, k.cx, k.cy, d);
 }
 
 // Projects a point given in camera coordinates; false when it is behind the camera.
 inline bool ProjectCamera(const Intrinsics& k, const Eigen::Vector3d& pc, Eigen::Vector2d* uv) {
   if (pc.z() <= 1e-9) return false;
-  *uv = DistortToPixel(pc.x() / pc.z(), pc.y() / pc.z(), k.fx, k.fy, k.cx, k.cy, k.k1);
+  *uv = DistortToPixel(k, pc.x() / pc.z(), pc.y() / pc.z());
   return true;
+}
+
+// Projects like ProjectCamera, but only what the lens really images: in front
+// of the camera, inside its field and inside the image.
+inline bool ImageCamera(const Intrinsics& k, const LensField& field, const Eigen::Vector3d& pc,
+                        Eigen::Vector2d* uv) {
+  if (pc.z() <= 1e-9 || !field.Admits(pc.x() / pc.z(), pc.y() / pc.z())) return false;
+  *uv = DistortToPixel(k, pc.x() / pc.z(), pc.y() / pc.z());
+  return k.Inside(*uv);
 }
 
 inline bool Project(const Intrinsics& k, const Extrinsics& e, const Eigen::Vector3d& world,
@@ -56,13 +89,9 @@ inline bool Project(const Intrinsics& k, const Extrinsics& e, const Eigen::Vecto
 }
 
 // Pixel to normalised undistorted coordinates (inverse of DistortToPixel) by
-// fixed-point iteration; converges quickly for the small radial terms of real lenses.
-inline Eigen::Vector2d PixelToNormalized(const Intrinsics& k, const Eigen::Vector2d& uv) {
-  const Eigen::Vector2d xd((uv.x() - k.cx) / k.fx, (uv.y() - k.cy) / k.fy);
-  Eigen::Vector2d xn = xd;
-  for (int i = 0; i < 8; ++i) xn = xd / (1.0 + k.k1 * xn.squaredNorm());
-  return xn;
-}
+// Newton steps from the distorted point; converges in a few steps for the
+// distortion of real lenses inside their field.
+Eigen::Vector2d PixelToNormalized(const Intrinsics& k, const Eigen::Vector2d& uv);
 
 // Unit ray direction in world coordinates through a pixel.
 inline Eigen::Vector3d PixelRay(const Intrinsics& k, const Extrinsics& e, const Eigen::Vector2d& uv) {

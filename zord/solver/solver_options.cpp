@@ -18,6 +18,13 @@ std::string SolverOptions::Check() const {
   if (!positive(essential_threshold_px)) return "essential_threshold_px must be positive";
   if (!(max_camera_rms_ratio > 1 && std::isfinite(max_camera_rms_ratio)))
     return "max_camera_rms_ratio must be above 1";
+  if (!positive(lens_prior.focal) || !positive(lens_prior.aspect) ||
+      !positive(lens_prior.centre_px) || !positive(lens_prior.k1))
+    return "lens_prior values must be positive";
+  if (!(max_lens_inflation >= 1 && std::isfinite(max_lens_inflation)))
+    return "max_lens_inflation must be at least 1";
+  if (!positive(max_pose_std_mm)) return "max_pose_std_mm must be positive";
+  if (max_lens_frames < 100) return "max_lens_frames must be at least 100";
   if (max_iterations < 1) return "max_iterations must be at least 1";
   if (num_threads < 1) return "num_threads must be at least 1";
   return {};

@@ -4,13 +4,17 @@
 #include <atomic>
 #include <string>
 
+#include "zord/solver/pose_uncertainty.h"
+
 namespace zord {
 
 struct SolverOptions {
   // How many captured wand frames to use, spread evenly over the capture
   // (the client's 100, 200, 400, 800, 1200); 0 uses every frame.
   int quality = 0;
-  // Final pass also refines focal length (aspect kept), principal point and k1.
+  // Final pass also refines focal length (aspect kept), principal point and
+  // k1 of the cameras whose data supports it, and k2 and the tangential terms
+  // of those whose samples reach far enough into the image's corners.
   bool refine_intrinsics = false;
   // With refine_intrinsics: fy is refined on its own too (cameras whose pixel
   // aspect ratio is not known exactly).
@@ -37,6 +41,18 @@ struct SolverOptions {
   // A camera whose own reprojection RMS exceeds this factor times that of the
   // median camera is refused after the final pass.
   double max_camera_rms_ratio = 2.5;
+
+  // What is known of the lenses before calibration, for judging poses.
+  LensPrior lens_prior;
+  // A camera's lens is held at the nominal values when freeing it would make
+  // the pose this many times less certain (pose_uncertainty.h); a camera
+  // whose pose stays uncertain by more than `max_pose_std_mm` (one sigma) is
+  // refused by name.
+  double max_lens_inflation = 10;
+  double max_pose_std_mm = 1.5;
+  // The lenses are refined on at most this many frames spread over the
+  // capture (more add time, not accuracy); the poses then use every frame.
+  int max_lens_frames = 2400;
 
   // Leave cameras with too little coverage uncalibrated instead of failing.
   bool allow_uncalibrated_cameras = false;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "zord/solver/camera_model.h"
+#include "zord/solver/pose_uncertainty.h"
 
 namespace zord {
 
@@ -53,7 +54,9 @@ struct CalibrationResult {
   std::vector<Intrinsics> intrinsics;
   std::vector<double> camera_rms_px;  // each camera's own RMS (inliers)
   std::vector<int> camera_samples;    // each camera's inlier samples
-  std::vector<std::string> warnings;  // cameras left out (allow_uncalibrated_cameras)
+  std::vector<std::string> warnings;  // cameras left out (allow_uncalibrated_cameras), lenses held
+  std::vector<bool> lens_refined;     // per camera: its lens was refined from the data
+  std::vector<PoseUncertainty> uncertainty;  // per camera, from the final solve
 
   WorldFrame world;
   std::vector<WandPose> wand_poses;  // the frames the final pass used

@@ -38,8 +38,9 @@ std::string SyntheticOptions::Check() const {
   if (cameras < 2) return "cameras must be at least 2";
   if (frames < 1) return "frames must be at least 1";
   if (!(noise_px >= 0) || !(dropout >= 0 && dropout < 1) ||
-      !(outlier_fraction >= 0 && outlier_fraction < 1))
-    return "noise, dropout and outlier fraction must be valid";
+      !(outlier_fraction >= 0 && outlier_fraction < 1) ||
+      !(mislabel_fraction >= 0 && mislabel_fraction < 1))
+    return "noise, dropout, outlier and mislabel fractions must be valid";
   if (!(room.minCoeff() > 0) || !(volume_half.minCoeff() > 0))
     return "room and volume must be positive";
   return {};
@@ -81,9 +82,14 @@ SyntheticCapture MakeSyntheticCapture(const SyntheticOptions& options) {
     truth.cx += options.principal_error_px * std::cos(angle);
     truth.cy += options.principal_error_px * std::sin(angle);
     truth.k1 = options.true_k1;
+    truth.k2 = options.true_k2;
+    truth.p1 = options.true_p1;
+    truth.p2 = options.true_p2;
     out.true_lenses.push_back(truth);
   }
   out.input.cameras.assign(options.cameras, options.lens);
+  std::vector<LensField> fields;
+  for (const Intrinsics& k : out.true_lenses) fields.push_back(FieldOf(k));
 
   // The wand's path: a Lissajous figure through the volume with incommensurate
   // frequencies; its direction sweeps all azimuths and a wide range of tilts.
@@ -108,14 +114,25 @@ SyntheticCapture MakeSyntheticCapture(const SyntheticOptions& options) {
       for (const WandLed& led : out.input.wand) {
         const Eigen::Vector3d world = pose.centre + led.local.x() * pose.direction;
         Eigen::Vector2d uv;
-        if (!Project(out.true_lenses[c], out.true_poses[c], world, &uv)) continue;
+        if (!ImageCamera(out.true_lenses[c], fields[c], out.true_poses[c].ToCamera(world), &uv))
+          continue;
         uv += options.noise_px * Eigen::Vector2d(gauss(rng), gauss(rng));
         if (!options.lens.Inside(uv) || unit(rng) < options.dropout) continue;
+        if (c == options.weak_camera &&
+            std::abs(uv.y() / options.lens.height - 0.7) > 0.5 * options.weak_strip)
+          continue;
+        int id = led.id;
         if (unit(rng) < options.outlier_fraction) {
           const double a = 2 * M_PI * unit(rng), r = 5 + 55 * unit(rng);
           uv += r * Eigen::Vector2d(std::cos(a), std::sin(a));
+          ++out.corrupted;
+        } else if (unit(rng) < options.mislabel_fraction) {
+          const int others = static_cast<int>(out.input.wand.size()) - 1;
+          id = out.input.wand[(led.id + 1 + static_cast<int>(unit(rng) * others)) %
+                              out.input.wand.size()].id;
+          ++out.corrupted;
         }
-        frame.observations.push_back({c, led.id, uv.x(), uv.y()});
+        frame.observations.push_back({c, id, uv.x(), uv.y()});
       }
     }
     out.input.frames.push_back(std::move(frame));

@@ -8,6 +8,7 @@
 #include "zord/solver/calib_state.h"
 #include "zord/solver/camera_coverage.h"
 #include "zord/solver/pose_chain.h"
+#include "zord/solver/pose_uncertainty.h"
 #include "zord/solver/relative_poses.h"
 #include "zord/solver/sample_set.h"
 #include "zord/solver/world_frame.h"
@@ -37,6 +38,8 @@ class WandCalibration {
     result_.intrinsics = input_.cameras;
     result_.camera_rms_px.assign(n, -1);
     result_.camera_samples.assign(n, 0);
+    result_.lens_refined.assign(n, false);
+    result_.uncertainty.assign(n, PoseUncertainty{});
     pass_start_ = Clock::now();
     if (Prepare() && RelativePoses() && Chain() && RobustAdjustment() && FinalRefinement())
       Finish();
@@ -89,7 +92,8 @@ class WandCalibration {
     for (int c = 0; c < n; ++c) {
       const Intrinsics& k = input_.cameras[c];
       if (!(k.fx > 0 && k.fy > 0 && std::isfinite(k.fx) && std::isfinite(k.fy) &&
-            std::isfinite(k.cx) && std::isfinite(k.cy) && std::isfinite(k.k1) && k.width > 0 &&
+            std::isfinite(k.cx) && std::isfinite(k.cy) && std::isfinite(k.k1) && std::isfinite(k.k2) && std::isfinite(k.p1) &&
+            std::isfinite(k.p2) && k.width > 0 &&
             k.height > 0))
         return Fail(1, CameraName(c) + " has an invalid lens description", c);
     }
@@ -210,19 +214,83 @@ class WandCalibration {
     return Succeed(3, InlierError(errors, set_, state_).Rms()) && !options_.Cancelled();
   }
 
+  // Decides per camera which lens values the data supports: a lens whose
+  // freedom would let the pose drift (its pose uncertainty grows by more
+  // than max_lens_inflation when the lens is freed) is held at the nominal
+  // values. The ratio does not depend on the noise, which the unrefined
+  // lenses still inflate here.
+  void ChooseLensTerms(const std::vector<std::vector<double>>& errors) {
+    const double sigma = RobustSigma(errors);
+    lens_terms_.assign(set_.cameras, 0);
+    if (!options_.refine_intrinsics) return;
+    const std::vector<bool> reach_corners = ReachesCorners(set_, &state_.inlier, input_.cameras);
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c]) continue;
+      const PoseUncertainty held =
+          CameraPoseUncertainty(set_, wand_, state_, c, sigma, nullptr, false);
+      const PoseUncertainty free = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
+                                                         &options_.lens_prior, options_.refine_aspect);
+      const double inflation = free.position_mm / held.position_mm;
+      if (!held.determined || !free.determined || !(inflation <= options_.max_lens_inflation)) {
+        char detail[200];
+        std::snprintf(detail, sizeof detail,
+                      "%s: lens held at its nominal values, its samples cover too little of "
+                      "its image to refine it (a free lens makes its pose %.1f times less certain)",
+                      CameraName(c).c_str(), inflation);
+        result_.warnings.push_back(detail);
+        continue;
+      }
+      lens_terms_[c] = kLensFocal | kLensCentre | kLensRadial1 |
+                       (options_.refine_aspect ? kLensAspect : 0u) |
+                       (reach_corners[c] ? kLensRadial2 | kLensTangential : 0u);
+    }
+  }
+
+  // Refuses by name a camera whose pose the final solve leaves uncertain by
+  // more than max_pose_std_mm, its lens free within what is known of it.
+  bool JudgePoses(int pass, const std::vector<std::vector<double>>& errors) {
+    const double sigma = RobustSigma(errors);
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c]) continue;
+      const PoseUncertainty u = CameraPoseUncertainty(set_, wand_, state_, c, sigma,
+                                                      &options_.lens_prior, options_.refine_aspect);
+      result_.uncertainty[c] = u;
+      result_.lens_refined[c] = lens_terms_[c] != 0;
+      if (u.determined && u.position_mm <= options_.max_pose_std_mm) continue;
+      char detail[200];
+      std::snprintf(detail, sizeof detail,
+                    "sees too little of the wand to fix its pose (uncertain by %.1f mm, %.2f "
+                    "degrees; at most %.1f mm allowed)",
+                    u.position_mm, u.rotation_deg, options_.max_pose_std_mm);
+      if (c == tree_.root) return Fail(pass, CameraName(c) + " " + detail, c);
+      if (!Refuse(pass, c, detail)) return false;
+    }
+    return true;
+  }
+
   bool FinalRefinement() {
     BundleSettings settings;
-    settings.refine_intrinsics = options_.refine_intrinsics;
-    settings.refine_aspect = options_.refine_aspect;
     settings.fixed_camera = tree_.root;
     settings.function_tolerance = 1e-10;
-    if ((options_.refine_intrinsics || !least_squares_) && !Adjust(4, settings)) return false;
+    ChooseLensTerms(SampleErrors(set_, wand_, state_));
+    const int lens_parameters = LensParameters();
+    if (lens_parameters > 0) {
+      // The lenses from a well-spread subset of the frames, then every
+      // frame's wand pose and the camera poses with the lenses held.
+      BundleSettings lens = settings;
+      lens.lens_terms = lens_terms_;
+      lens.frames = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
+      if (!Adjust(4, lens)) return false;
+    }
+    if ((lens_parameters > 0 || !least_squares_) && !Adjust(4, settings)) return false;
+    parameters_ += lens_parameters;
     // The better model may move the outlier boundary: re-decide and adjust once more.
     auto errors = SampleErrors(set_, wand_, state_);
     const std::vector<std::vector<bool>> before = state_.inlier;
     result_.outliers = MarkInliers(errors, OutlierThreshold(errors), &state_);
     if (state_.inlier != before) {
       if (!CheckCoverage(4) || !Adjust(4, settings)) return false;
+      parameters_ += lens_parameters;
       errors = SampleErrors(set_, wand_, state_);
     }
     std::vector<ErrorSum> per_camera;
@@ -246,9 +314,20 @@ class WandCalibration {
                     per_camera[c].Rms(), typical);
       if (!Refuse(4, c, detail)) return false;
     }
+    if (!JudgePoses(4, errors)) return false;
     result_.rms_px = total.Rms();
     result_.samples_used = static_cast<int>(total.residuals / 2);
     return Succeed(4, total.Rms());
+  }
+
+  // Free lens values of the final adjustment.
+  int LensParameters() const {
+    int n = 0;
+    for (unsigned t : lens_terms_) {
+      n += !!(t & kLensFocal) + !!(t & kLensAspect) + 2 * !!(t & kLensCentre) +
+           !!(t & kLensRadial1) + !!(t & kLensRadial2) + 2 * !!(t & kLensTangential);
+    }
+    return n;
   }
 
   void Finish() {
@@ -279,6 +358,7 @@ class WandCalibration {
   CalibState state_;
   int parameters_ = 0;
   bool least_squares_ = false;  // the robust adjustment's result is the least-squares one
+  std::vector<unsigned> lens_terms_;  // per camera, the lens values refined (LensTerm)
 };
 
 }  // namespace
