@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "link/save_file.h"
 #include "link/tracker.h"
 
 namespace {
@@ -70,21 +71,24 @@ int32_t Tracker::Read(uint32_t fileType, const std::string& fileName) {
 }
 
 bool Tracker::Write(const std::string& fileName, float scale) const {
-  File file = Open(fileName, "w");
-  if (!file) return false;
-
+  std::string text;
+  char line[kMaxLine + 1];
   if (isRigid()) {
     for (const auto& marker : markers) {
       if (marker.position.size() < 3) continue;
-      std::fprintf(file.get(), "%d, %.2f %.2f %.2f \n", marker.ledId, marker.position[0] / scale,
-                   marker.position[1] / scale, marker.position[2] / scale);
+      std::snprintf(line, sizeof line, "%d, %.2f %.2f %.2f \n", marker.ledId,
+                    marker.position[0] / scale, marker.position[1] / scale,
+                    marker.position[2] / scale);
+      text += line;
     }
   } else if (type == ZOR_POINT_TRACKER) {
-    for (const auto& marker : markers) std::fprintf(file.get(), "%d\n", marker.ledId);
+    for (const auto& marker : markers) text += std::to_string(marker.ledId) + "\n";
   }
 
-  if (std::fclose(file.release()) != 0) {
-    std::fprintf(stderr, "error: write(%s): %s\n", fileName.c_str(), std::strerror(errno));
+  // Written whole or not at all, so a failed save never leaves half a tracker file.
+  std::string error;
+  if (!SaveFileAtomically(fileName, text, &error)) {
+    std::fprintf(stderr, "error: open(%s): %s\n", fileName.c_str(), error.c_str());
     return false;
   }
   std::printf("wrote to %s\n", fileName.c_str());
