@@ -128,6 +128,18 @@ TEST(CalibrationStore, HugeQuaternionsLoadAsUnitRotationsAndTheirSaveLoadsBack) 
   EXPECT_NEAR(state.cameras[0].pose.rotation.norm(), 1, 1e-12);
   ASSERT_TRUE(ParseCalibration(CalibrationToJson(state).dump(), 1, &again, &error)) << error;
   EXPECT_EQ(CalibrationToJson(again), CalibrationToJson(state));
+
+  // Found by the fuzzer: re-normalising an already unit rotation moved its
+  // last bits, so the saved state did not load back to itself.
+  const std::string unit = R"({"format": "zord-calibration", "version": 1,
+      "global_transform": [100, 0, -50, 0.988, 0, 0.149, 0],
+      "cameras": [{"id": 1, "calibrated": true,
+                   "lens": {"fx": 1187.25, "fy": 1187.5, "cx": 640, "cy": 512, "k1": -0.0375, "width": 1280, "height": 1071},
+                   "world_to_camera": {"rotation": [5.5, 2.5, -0.5, 0.5], "translation": [10, -2000.5, 3000]}}]})";
+  ASSERT_TRUE(ParseCalibration(unit, 12, &state, &error)) << error;
+  const std::string saved = CalibrationToJson(state).dump(2);
+  ASSERT_TRUE(ParseCalibration(saved, 12, &again, &error)) << error;
+  EXPECT_EQ(CalibrationToJson(again).dump(2), saved);
 }
 
 TEST(CalibrationStore, FailedSaveKeepsTheOldFile) {

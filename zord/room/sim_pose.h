@@ -31,6 +31,10 @@ struct RigidPlacement {
 inline std::optional<Eigen::Quaterniond> UnitQuaternion(double w, double x, double y, double z) {
   const double largest = std::max({std::abs(w), std::abs(x), std::abs(y), std::abs(z)});
   if (!std::isfinite(largest) || largest == 0) return std::nullopt;
+  // A rotation already unit to rounding is kept bit for bit, so a saved
+  // state loads back to exactly what was saved.
+  const double norm2 = w * w + x * x + y * y + z * z;
+  if (std::abs(norm2 - 1) < 1e-12) return Eigen::Quaterniond(w, x, y, z);
   return Eigen::Quaterniond(w / largest, x / largest, y / largest, z / largest).normalized();
 }
 
