@@ -19,15 +19,13 @@ void CalibMainWindow::createTrackerBar() {
 
 void CalibMainWindow::loadViewSettings() {
   const std::string fileName = ViewSettingsFileName();
-  std::ifstream in(fileName);
-  if (!in) return;  // no file yet: the defaults stand
-  std::ostringstream text;
-  text << in.rdbuf();
+  const std::optional<std::string> text = ReadTextFile(fileName);
+  if (!text) return;  // no file yet: the defaults stand
 
   GLView& v = *view();
   MarkerStore& store = v.markerStore();
   ViewSettings s = currentViewSettings();
-  const std::string complaints = ParseViewSettings(text.str(), fileName, s);
+  const std::string complaints = ParseViewSettings(*text, fileName, s);
   if (!complaints.empty()) std::fputs(complaints.c_str(), stderr);
 
   settingsDock()->setVisible(s.configVisible);

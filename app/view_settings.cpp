@@ -5,6 +5,8 @@
 #include <cstring>
 #include <sstream>
 
+#include "link/settings_number.h"
+
 std::string ViewSettingsFileName() {
   const char* home = std::getenv("HOME");
   if (!home) return ".calibst";
@@ -38,11 +40,6 @@ std::string FormatViewSettings(const ViewSettings& s) {
 
 namespace {
 
-// Decimal conversions as the file has always been read: leading digits count,
-// anything unreadable is 0.
-int Int(const char* value) { return std::atoi(value); }
-float Float(const char* value) { return static_cast<float>(std::atof(value)); }
-
 bool Apply(const char* key, const char* value, ViewSettings& s) {
   struct Flag { const char* key; bool ViewSettings::*field; };
   struct Whole { const char* key; int ViewSettings::*field; };
@@ -60,11 +57,11 @@ bool Apply(const char* key, const char* value, ViewSettings& s) {
   static const Real reals[] = {{"marker_scale:", &ViewSettings::markerScale},
                                {"filter_frequency:", &ViewSettings::filterFrequency}};
   for (const Flag& f : flags)
-    if (std::strcmp(key, f.key) == 0) return s.*f.field = Int(value) != 0, true;
+    if (std::strcmp(key, f.key) == 0) return s.*f.field = SettingInt(value) != 0, true;
   for (const Whole& w : wholes)
-    if (std::strcmp(key, w.key) == 0) return s.*w.field = Int(value), true;
+    if (std::strcmp(key, w.key) == 0) return s.*w.field = SettingInt(value), true;
   for (const Real& r : reals)
-    if (std::strcmp(key, r.key) == 0) return s.*r.field = Float(value), true;
+    if (std::strcmp(key, r.key) == 0) return s.*r.field = SettingFloat(value), true;
   return false;
 }
 

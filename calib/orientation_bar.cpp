@@ -178,7 +178,7 @@ void OrientationBar::sl_CreateRB() {
 void OrientationBar::sl_MarkerCount() {
   bool ok = false;
   const int n = count_->text().toInt(&ok, 10);
-  if (!ok || n <= 2) return;
+  if (!ok || !AlignMarkerCountOk(n)) return;
   markers_.resize(n);
   fillTable();
 }
@@ -223,26 +223,13 @@ void OrientationBar::processFrame() {
 }
 
 bool OrientationBar::saveBody(const std::string& fileName) const {
-  std::ostringstream out;
-  for (const AlignBodyMarker& m : markers_)
-    out << static_cast<int>(m.number) << ", " << m.x << ' ' << m.y << ' ' << m.z << '\n';
-  return SaveFileAtomically(fileName, out.str());
+  return SaveFileAtomically(fileName, FormatAlignBody(markers_));
 }
 
 bool OrientationBar::loadBody(const std::string& fileName) {
-  std::ifstream in(fileName);
-  if (!in) return false;
-  std::vector<AlignBodyMarker> read;
-  std::string line;
-  while (std::getline(in, line)) {
-    AlignBodyMarker m;
-    int id = 0;
-    if (std::sscanf(line.c_str(), "%d, %f %f %f", &id, &m.x, &m.y, &m.z) != 4) continue;
-    m.number = id;
-    m.given = AlignBodyMarker::kX | AlignBodyMarker::kY | AlignBodyMarker::kZ;
-    m.name = std::to_string(id);
-    read.push_back(m);
-  }
+  const std::optional<std::string> text = ReadTextFile(fileName);
+  if (!text) return false;
+  const std::vector<AlignBodyMarker> read = ParseAlignBody(*text);
   if (read.empty()) return false;
   setMarkers(read);
   return true;
@@ -283,28 +270,21 @@ std::string OrientationBar::defaultsFileName() {
 }
 
 void OrientationBar::loadDefaults(const std::string& fileName) {
-  std::ifstream in(fileName);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.empty() || line[0] == '#') continue;
-    int n = 0, a[3] = {};
-    if (std::sscanf(line.c_str(), "marker_count: %d", &n) == 1) {
-      count_->setText(QString::number(n));
-      sl_MarkerCount();
-    } else if (std::sscanf(line.c_str(), "axes: %d %d %d", &a[0], &a[1], &a[2]) == 3) {
-      for (int i = 0; i < 3; ++i)
-        if (a[i] >= 0 && a[i] < 6) axes_[i]->setCurrentIndex(a[i]);
-      sl_Transform();
-    } else {
-      std::fprintf(stderr, "unknown configuration: %s\n", line.c_str());
-    }
+  const std::optional<std::string> text = ReadTextFile(fileName);
+  if (!text) return;
+  const OrientationDefaults d = ParseOrientationDefaults(*text);
+  for (const std::string& line : d.unknown) std::fprintf(stderr, "unknown configuration: %s\n", line.c_str());
+  if (d.markerCount) {
+    count_->setText(QString::number(*d.markerCount));
+    sl_MarkerCount();
+  }
+  if (d.axes) {
+    for (int i = 0; i < 3; ++i) axes_[i]->setCurrentIndex((*d.axes)[i]);
+    sl_Transform();
   }
 }
 
 bool OrientationBar::saveDefaults(const std::string& fileName) const {
-  std::ostringstream out;
-  out << "marker_count: " << markers_.size() << '\n'
-      << "axes: " << axes_[0]->currentIndex() << ' ' << axes_[1]->currentIndex() << ' '
-      << axes_[2]->currentIndex() << '\n';
-  return SaveFileAtomically(fileName, out.str());
+  const std::array<int, 3> axes = {axes_[0]->currentIndex(), axes_[1]->currentIndex(), axes_[2]->currentIndex()};
+  return SaveFileAtomically(fileName, FormatOrientationDefaults(static_cast<int>(markers_.size()), axes));
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "calib/jitter.h"
+#include "calib/orientation_files.h"
 #include "zorsock/geometry.h"
 
 class QComboBox;
@@ -20,15 +21,6 @@ class QLabel;
 class QLineEdit;
 class MyTable;
 class ZOR;
-
-struct AlignBodyMarker {
-  // Bits of `given`: which coordinates were typed in.
-  static constexpr uint32_t kX = 0x1, kY = 0x2, kZ = 0x4;
-  std::string name;
-  float x = 0, y = 0, z = 0;
-  uint32_t given = 0;
-  double number = 0;  // the LED the marker sits on
-};
 
 class OrientationBar : public QDockWidget {
   Q_OBJECT

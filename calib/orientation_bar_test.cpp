@@ -85,6 +85,12 @@ TEST_F(OrientationBarTest, BodyAndDefaultsFilesReadBackAndOverwriteIsAsked) {
   other.loadDefaults(dir.File(".default.sav"));
   EXPECT_EQ(other.axisBox(2)->currentIndex(), 2);
   EXPECT_EQ(other.table()->rowCount(), 3);
+  // Counts and axes out of range (a hand-edited file) change nothing: a huge
+  // count would have sized the table to it.
+  std::ofstream(dir.File("bad.sav")) << "marker_count: 99999999999\nmarker_count: 2000000000\naxes: 9 0 1\n";
+  other.loadDefaults(dir.File("bad.sav"));
+  EXPECT_EQ(other.table()->rowCount(), 3);
+  EXPECT_EQ(other.axisBox(0)->currentIndex(), bar.axisBox(0)->currentIndex());
 
   // A test that saw nothing says so and leaves the table.
   testing::internal::CaptureStdout();

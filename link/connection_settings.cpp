@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "link/save_file.h"
+#include "link/settings_number.h"
 #include "zorsock/address.h"
 #include "zorsock/zorsock.h"
 
@@ -105,13 +106,13 @@ std::optional<McclientContents> ReadMcclient(const std::string& path, std::ostre
       if (key == "server:") {
         contents.servers.push_back(value);
       } else if (key == "mode:") {
-        contents.modeIndex = std::atoi(value.c_str());  // "Default" reads as 0
+        contents.modeIndex = SettingInt(value.c_str());  // "Default" reads as 0
       } else if (key == "frequency:") {
-        contents.frequencyIndex = FrequencyIndex(static_cast<float>(std::atof(value.c_str())));
+        contents.frequencyIndex = FrequencyIndex(SettingFloat(value.c_str()));
       } else if (key == "postprocess:") {
-        contents.postprocessIndex = std::atoi(value.c_str()) == 1 ? 1 : 0;
+        contents.postprocessIndex = SettingInt(value.c_str()) == 1 ? 1 : 0;
       } else if (key == "interpolate:") {
-        contents.interpolate = std::atoi(value.c_str());
+        contents.interpolate = SettingInt(value.c_str());
       } else {
         errors << "unknown token: " << key << " in " << path << std::endl;
       }

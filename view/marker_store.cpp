@@ -1,5 +1,6 @@
 #include "view/marker_store.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -75,7 +76,7 @@ void MarkerStore::SetBrush(int brush) {
 }
 
 void MarkerStore::SetMaxHistory(int n) {
-  if (n > 0) maxHistory_ = n;
+  if (n > 0) maxHistory_ = std::min(n, kMaxHistoryFrames);
 }
 
 size_t MarkerStore::HistoryBytes() const {

@@ -48,7 +48,9 @@ class MarkerStore {
   // 0 is kept: with fading on, trails then fade at once (nothing is drawn).
   void SetFadeCount(int frames) { fadeCount_ = frames > 0 ? frames : 0; }
   int fadeCount() const { return fadeCount_; }
-  // Frames of history kept per marker (n > 0; anything else is ignored).
+  // Frames of history kept per marker: n > 0, at most kMaxHistoryFrames (a
+  // settings file may ask for more than memory holds); anything else is ignored.
+  static constexpr int kMaxHistoryFrames = 50000;
   void SetMaxHistory(int n);
   int maxHistory() const { return maxHistory_; }
   // Memory held by the trails, for the preferences' read-out.

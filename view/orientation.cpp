@@ -1,5 +1,7 @@
 #include "view/orientation.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <sstream>
 
@@ -24,7 +26,8 @@ bool ReadOrientationFile(const std::string& fileName, OrientationMatrix& m) {
     const int n = std::sscanf(line, "%f %f %f %f %f %f %f %f %f %f %f %f %f %f %f %f ", &r[0],
                               &r[1], &r[2], &r[3], &r[4], &r[5], &r[6], &r[7], &r[8], &r[9],
                               &r[10], &r[11], &r[12], &r[13], &r[14], &r[15]);
-    if (n == 16) {
+    // "nan" and "inf" scan as numbers, but would leave the view showing nothing.
+    if (n == 16 && std::all_of(read.begin(), read.end(), [](float v) { return std::isfinite(v); })) {
       m = read;
       found = true;
     }

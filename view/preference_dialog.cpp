@@ -36,10 +36,10 @@ QWidget* PreferenceDialog::BuildBrushes() {
   auto* page = new QWidget;
   auto* form = new QFormLayout(page);
   fade_ = new QSpinBox(page);
-  fade_->setRange(1, 50000);
+  fade_->setRange(1, MarkerStore::kMaxHistoryFrames);
   fade_->setSingleStep(120);
   history_ = new QSpinBox(page);
-  history_->setRange(1, 50000);
+  history_->setRange(1, MarkerStore::kMaxHistoryFrames);
   history_->setSingleStep(120);
   historyLabel_ = new QLabel(QStringLiteral("Max History:"), page);
   form->addRow(QStringLiteral("Fade after n frames:"), fade_);

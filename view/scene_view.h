@@ -99,7 +99,7 @@ class SceneView {
   // Scene units per unit of the session's positions: the session may receive
   // positions scaled by the server (metres for calibration), sizes stay in mm.
   float PositionScale() const;
-  void SetMarkerScale(float s) { if (s > 0) options_.markerScale = s; }
+  void SetMarkerScale(float s) { if (s > 0 && s < 1e6f) options_.markerScale = s; }
   float markerScale() const { return options_.markerScale; }
   void SetConeLength(float mm);
   float coneLength() const { return options_.coneLength; }
