@@ -1,7 +1,9 @@
 // Wand calibration benchmark: simulates captures with known truth, runs the
 // solver and prints accuracy against the truth and the noise floor, the time
 // of each pass and the peak memory. Each case runs in its own process so that
-// the peak memory is that case's own.
+// the peak memory is that case's own. The room cases detect the wand with the
+// server's own detector and its effects (occlusion, reflections, misread ids,
+// merged blobs); every case judges the solver's rejections against the truth.
 //
 //   calib_bench            all cases
 //   calib_bench <name>...  only the named cases
@@ -16,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "zord/room/detect.h"
 #include "zord/solver/calib_accuracy.h"
 #include "zord/solver/synthetic_capture.h"
 #include "zord/solver/wand_calibrator.h"
@@ -35,8 +38,44 @@ struct Case {
   double noise_px;
   Lens lens = Lens::kExact;
   double mislabel = 0;   // fraction of detections with another LED's id
-  int weak_camera = -1;  // sees the wand only in a strip at the top of its image
+  int weak_camera = -1;  // sees the wand only in a strip of its image
+  double weak_strip = 0.15;
+  // Detected by the room's detector with these effects (else: synthetic detections).
+  bool room = false;
+  zord::SceneEffects effects = {};
 };
+
+// A glass wall along one side of the room.
+const zord::ScenePlane kWallMirror{{-2990, 0, 0}, {1, 0, 0}, 1};
+
+zord::SceneEffects Occlusion() {
+  zord::SceneEffects e;
+  e.operator_body = e.stands = true;
+  return e;
+}
+zord::SceneEffects Mirror(double rate) {
+  zord::SceneEffects e;
+  e.mirrors = {kWallMirror};
+  e.mirrors[0].rate = rate;
+  return e;
+}
+zord::SceneEffects Mislabels() {
+  zord::SceneEffects e;
+  e.mislabel_rate = 0.01;
+  return e;
+}
+zord::SceneEffects Merges() {
+  zord::SceneEffects e;
+  e.merge_px = 3;
+  return e;
+}
+zord::SceneEffects Mix() {
+  zord::SceneEffects e = Mirror(0.5);
+  e.operator_body = e.stands = true;
+  e.mislabel_rate = 0.01;
+  e.merge_px = 3;
+  return e;
+}
 
 const std::vector<Case> kCases = {
     {"c16_f2000_s0.10", 16, 2000, 0.10},
@@ -47,7 +86,90 @@ const std::vector<Case> kCases = {
     {"c12_f9600_s0.10_lens", 12, 9600, 0.10, Lens::kErrors},
     {"c16_f2000_s0.10_mislabel", 16, 2000, 0.10, Lens::kFamiliar, 0.01},
     {"c16_f2000_s0.10_weak", 16, 2000, 0.10, Lens::kFamiliar, 0, 3},
+    {"c16_f2000_s0.10_weak10", 16, 2000, 0.10, Lens::kFamiliar, 0, 3, 0.10},
+    {"c16_f2000_s0.10_weak05", 16, 2000, 0.10, Lens::kFamiliar, 0, 3, 0.05},
+    {"c16_f2000_s0.10_weak02", 16, 2000, 0.10, Lens::kFamiliar, 0, 3, 0.02},
+    {"c16_f2000_s0.10_room", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true},
+    {"c16_f2000_s0.10_occlusion", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true, Occlusion()},
+    {"c16_f2000_s0.10_mirror", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true, Mirror(1)},
+    {"c16_f2000_s0.10_mislabel_room", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true, Mislabels()},
+    {"c16_f2000_s0.10_merge", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true, Merges()},
+    {"c16_f2000_s0.10_mix", 16, 2000, 0.10, Lens::kExact, 0, -1, 0, true, Mix()},
+    {"c16_f2000_s0.10_mix_lens", 16, 2000, 0.10, Lens::kFamiliar, 0, -1, 0, true, Mix()},
 };
+
+// The capture's frames detected again by the room's detector, with the
+// case's effects, from the same cameras, lenses and wand path.
+void DetectInRoom(const Case& c, zord::SyntheticCapture* capture) {
+  zord::Scene scene;
+  scene.led_diameter_mm = 8;
+  scene.effects = c.effects;
+  for (size_t k = 0; k < capture->true_poses.size(); ++k)
+    scene.cameras.push_back({capture->input.cameras[k], capture->true_lenses[k],
+                             capture->true_poses[k], capture->true_poses[k]});
+  for (const zord::WandLed& led : capture->input.wand) scene.wand.leds.push_back({led.id, led.local});
+  std::string why;
+  if (!scene.Index(&why)) std::printf("  scene: %s\n", why.c_str());
+  zord::Detector detector(scene, 7, c.noise_px, 0);
+  std::vector<Eigen::Vector3d> world(scene.LedCount());
+  const std::vector<uint8_t> lit(scene.LedCount(), 1);
+  for (size_t f = 0; f < capture->input.frames.size(); ++f) {
+    const zord::WandPose& pose = capture->true_wand[f];
+    for (int slot = 0; slot < scene.LedCount(); ++slot)
+      world[slot] = pose.centre + scene.wand.leds[slot].local.x() * pose.direction;
+    const Eigen::Vector3d person = zord::OperatorPosition(pose.centre, pose.direction);
+    detector.Run(world, lit, &person);
+    auto& observations = capture->input.frames[f].observations;
+    observations.clear();
+    for (const zord::Detection& d : detector.detections())
+      observations.push_back({d.camera, scene.LedId(d.slot), d.u, d.v});
+  }
+}
+
+// How well the solver told bad detections from good: a detection is bad when
+// it lies more than 2 px (the outlier threshold) from where the LED its id
+// names truly images, good within 1 px; counted over the frames and cameras
+// of the final adjustment.
+struct RejectionScore {
+  int bad = 0, bad_found = 0, good = 0, good_rejected = 0;
+};
+
+RejectionScore ScoreRejections(const zord::SyntheticCapture& capture,
+                               const zord::CalibrationResult& result) {
+  RejectionScore score;
+  std::vector<char> used(capture.input.frames.size(), 0);
+  for (const zord::WandPose& w : result.wand_poses) used[w.frame - capture.input.frames[0].number] = 1;
+  std::vector<std::vector<char>> rejected(capture.input.frames.size());
+  for (const zord::RejectedDetection& r : result.rejected) {
+    auto& flags = rejected[r.frame];
+    flags.resize(capture.input.frames[r.frame].observations.size(), 0);
+    flags[r.observation] = 1;
+  }
+  for (size_t f = 0; f < capture.input.frames.size(); ++f) {
+    if (!used[f]) continue;
+    const zord::WandPose& pose = capture.true_wand[f];
+    const auto& observations = capture.input.frames[f].observations;
+    for (size_t k = 0; k < observations.size(); ++k) {
+      const zord::WandObservation& o = observations[k];
+      if (!result.calibrated[o.camera]) continue;
+      const Eigen::Vector3d world = pose.centre + capture.input.wand[o.led].local.x() * pose.direction;
+      Eigen::Vector2d uv;
+      const zord::Intrinsics& lens = capture.true_lenses[o.camera];
+      const bool imaged = zord::ImageCamera(lens, zord::FieldOf(lens),
+                                            capture.true_poses[o.camera].ToCamera(world), &uv);
+      const double error = imaged ? (uv - Eigen::Vector2d(o.u, o.v)).norm() : 1e9;
+      const bool out = k < rejected[f].size() && rejected[f][k];
+      if (error > 2) {
+        ++score.bad;
+        score.bad_found += out;
+      } else if (error < 1) {
+        ++score.good;
+        score.good_rejected += out;
+      }
+    }
+  }
+  return score;
+}
 
 double Seconds(const timeval& t) {
   return t.tv_sec + t.tv_usec * 1e-6;
@@ -61,7 +183,7 @@ void RunCase(const Case& c) {
   sim.seed = 7;
   sim.mislabel_fraction = c.mislabel;
   sim.weak_camera = c.weak_camera;
-  sim.weak_strip = 0.15;  // wide enough to pass the spread check: the pose judgement decides
+  sim.weak_strip = c.weak_strip;
   zord::SolverOptions options;
   if (c.lens == Lens::kErrors) {
     sim.focal_error = 0.01;
@@ -75,7 +197,8 @@ void RunCase(const Case& c) {
     sim.true_k1 = -0.045;
     options.refine_intrinsics = true;
   }
-  const zord::SyntheticCapture capture = zord::MakeSyntheticCapture(sim);
+  zord::SyntheticCapture capture = zord::MakeSyntheticCapture(sim);
+  if (c.room) DetectInRoom(c, &capture);
 
   rusage before{};
   getrusage(RUSAGE_SELF, &before);
@@ -91,6 +214,17 @@ void RunCase(const Case& c) {
   std::printf("%s: %d cameras, %d frames, sigma %.2f px%s\n", c.name.c_str(), c.cameras, c.frames,
               c.noise_px, c.lens != Lens::kExact ? ", lens refined" : "");
   for (const std::string& w : result.warnings) std::printf("  %s\n", w.c_str());
+  if (c.weak_camera >= 0) {
+    const int w = c.weak_camera;
+    long seen = 0, all = 0;
+    for (const zord::WandFrame& frame : capture.input.frames)
+      for (const zord::WandObservation& o : frame.observations) {
+        seen += o.camera == w;
+        ++all;
+      }
+    std::printf("  weak camera %d has %.1f %% of the detections of an average other camera\n",
+                w + 1, 100.0 * seen * (c.cameras - 1) / std::max(1L, all - seen));
+  }
   if (result.status != zord::SolveStatus::kSuccess) {
     for (const auto& pass : result.passes)
       for (const std::string& m : pass.Messages()) std::printf("  %s\n", m.c_str());
@@ -107,8 +241,12 @@ void RunCase(const Case& c) {
   const double true_std =
       zord::WandLengthStd(capture.input, capture.true_poses, capture.true_lenses, &true_mean);
 
-  std::printf("  samples %d, outliers %d (corrupted on purpose %d), parameters %d\n",
-              result.samples_used, result.outliers, capture.corrupted, result.parameters);
+  const RejectionScore score = ScoreRejections(capture, result);
+  std::printf("  samples %d, outliers %d, repeated %d, parameters %d\n", result.samples_used,
+              result.outliers, result.repeated, result.parameters);
+  std::printf("  bad detections (> 2 px) %d, found %d (%.2f %%); good (< 1 px) %d, rejected %d (%.3f %%)\n",
+              score.bad, score.bad_found, 100.0 * score.bad_found / std::max(1, score.bad),
+              score.good, score.good_rejected, 100.0 * score.good_rejected / std::max(1, score.good));
   if (c.weak_camera >= 0) {
     const int w = c.weak_camera;
     if (result.calibrated[w]) {

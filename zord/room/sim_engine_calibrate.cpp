@@ -63,6 +63,11 @@ void SimEngine::FinishCalibration(const CalibrationResult& result, int session) 
   calibrating_ = false;
   calibration_owner_.reset();
   if (result.status != SolveStatus::kSuccess || calibration_job_.Cancelled()) return;
+  // What the solve left out, for the operator's log (the pass messages keep their form).
+  std::cerr << "zord: calibrated from " << result.samples_used << " detections in "
+            << result.frames_used << " frames; " << result.outliers << " rejected as outliers, "
+            << result.repeated << " left out as repeated blobs of one LED\n";
+  for (const std::string& warning : result.warnings) std::cerr << "zord: " << warning << "\n";
   const std::vector<CameraCalibration> cameras = SolvedCameras(result);
   for (size_t i = 0; i < cameras.size() && i < working_.cameras.size(); ++i) {
     working_.cameras[i] = cameras[i];

@@ -66,6 +66,51 @@ int MarkInliers(const std::vector<std::vector<double>>& errors, double threshold
   return outliers;
 }
 
+int ResolveRepeated(const StraightWand& wand, double threshold_px, SampleSet* set,
+                    CalibState* state) {
+  auto key = [](const Sample& s) { return std::pair(s.camera, s.led); };
+  int taken = 0;
+  for (size_t f = 0; f < set->frames.size(); ++f) {
+    SampleFrame& frame = set->frames[f];
+    if (frame.repeated.empty() || !state->wand[f]) continue;
+    std::vector<Sample> aside;
+    for (size_t i = 0; i < frame.repeated.size();) {
+      size_t j = i + 1;
+      while (j < frame.repeated.size() && key(frame.repeated[j]) == key(frame.repeated[i])) ++j;
+      const Sample& first = frame.repeated[i];
+      int fits = 0;
+      size_t fit = i;
+      if (state->use[first.camera]) {
+        const Eigen::Vector3d led = WandLedPosition(*state->wand[f], wand.offsets[first.led]);
+        for (size_t k = i; k < j; ++k) {
+          const Sample& s = frame.repeated[k];
+          if (ReprojectionErrorPx(state->lenses[s.camera], state->poses[s.camera], led, s.pixel) <=
+              threshold_px) {
+            ++fits;
+            fit = k;
+          }
+        }
+      }
+      for (size_t k = i; k < j; ++k) {
+        const Sample& s = frame.repeated[k];
+        if (fits != 1 || k != fit) {
+          aside.push_back(s);
+          continue;
+        }
+        const auto at = std::lower_bound(
+            frame.samples.begin(), frame.samples.end(), s,
+            [&](const Sample& a, const Sample& b) { return key(a) < key(b); });
+        state->inlier[f].insert(state->inlier[f].begin() + (at - frame.samples.begin()), true);
+        frame.samples.insert(at, s);
+        ++taken;
+      }
+      i = j;
+    }
+    frame.repeated = std::move(aside);
+  }
+  return taken;
+}
+
 bool AnyCameraFrameAbove(const std::vector<std::vector<double>>& errors, const SampleSet& set,
                          const CalibState& state, double knee_px) {
   for (size_t f = 0; f < errors.size(); ++f) {

@@ -46,6 +46,13 @@ ErrorSum InlierError(const std::vector<std::vector<double>>& errors, const Sampl
 int MarkInliers(const std::vector<std::vector<double>>& errors, double threshold_px,
                 CalibState* state);
 
+// Takes back, of each group of detections that one camera reports for one
+// LED in one frame (SampleFrame::repeated), the single one that fits the
+// current wand pose within `threshold_px`, as an inlier; a group where none
+// or several fit stays aside. Returns how many were taken back.
+int ResolveRepeated(const StraightWand& wand, double threshold_px, SampleSet* set,
+                    CalibState* state);
+
 // Whether the errors of some camera in some frame (inlier samples only) have
 // an RMS above `knee_px`: there a robust loss acts differently from least squares.
 bool AnyCameraFrameAbove(const std::vector<std::vector<double>>& errors, const SampleSet& set,

@@ -4,6 +4,7 @@
 #include <ceres/rotation.h>
 
 #include <Eigen/Eigenvalues>
+#include <algorithm>
 #include <array>
 #include <cmath>
 
@@ -20,6 +21,7 @@ struct DetectionCost {
   Eigen::Vector3d in_camera;  // the LED in the current camera frame
   Eigen::Matrix3d rotation;   // current world-to-camera rotation
   Eigen::Vector2d pixel;
+  double weight;  // stands for this many detections, in the square root
   template <typename T>
   bool operator()(const T* turn, const T* shift, const T* lens, T* residuals) const {
     T moved[3];
@@ -31,8 +33,8 @@ struct DetectionCost {
     ceres::AngleAxisRotatePoint(turn, moved, p);
     const auto uv = DistortToPixel(p[0] / p[2], p[1] / p[2], lens[0], lens[0] * lens[1], lens[2],
                                    lens[3], lens + 4);
-    residuals[0] = uv(0) - T(pixel.x());
-    residuals[1] = uv(1) - T(pixel.y());
+    residuals[0] = (uv(0) - T(pixel.x())) * weight;
+    residuals[1] = (uv(1) - T(pixel.y())) * weight;
     return true;
   }
 };
@@ -52,6 +54,10 @@ double LargestStd(const Eigen::Matrix3d& cov) {
   return std::sqrt(std::max(0.0, Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(cov).eigenvalues()(2)));
 }
 
+// A camera's information grows evenly with its detections: beyond this many,
+// an even subset weighted up to the whole gives the same covariance for less.
+constexpr int kMaxDetections = 3000;
+
 }  // namespace
 
 PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& wand,
@@ -64,21 +70,24 @@ PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& 
   std::array<double, 3> turn{0, 0, 0}, shift{0, 0, 0};
   std::array<double, 8> lens{k.fx, k.fy / k.fx, k.cx, k.cy, k.k1, k.k2, k.p1, k.p2};
 
-  ceres::Problem problem;
+  std::vector<std::pair<size_t, int>> detections;  // frame, sample
   for (size_t f = 0; f < set.frames.size(); ++f) {
     if (!state.wand[f]) continue;
-    const SampleFrame& frame = set.frames[f];
-    const SampleRange range = CameraRanges(frame, set.cameras)[camera];
-    for (int i = range.first; i < range.second; ++i) {
-      if (!state.inlier[f][i]) continue;
-      const Sample& s = frame.samples[i];
-      const Eigen::Vector3d led = WandLedPosition(*state.wand[f], wand.offsets[s.led]);
-      problem.AddResidualBlock(
-          new ceres::AutoDiffCostFunction<DetectionCost, 2, 3, 3, 8>(
-              new DetectionCost{pose.ToCamera(led), rotation, s.pixel}),
-          nullptr, turn.data(), shift.data(), lens.data());
-      ++out.samples;
-    }
+    const SampleRange range = CameraRanges(set.frames[f], set.cameras)[camera];
+    for (int i = range.first; i < range.second; ++i)
+      if (state.inlier[f][i]) detections.emplace_back(f, i);
+  }
+  out.samples = static_cast<int>(detections.size());
+  const std::vector<size_t> picked = SelectEvenly(detections.size(), kMaxDetections);
+  const double weight = std::sqrt(static_cast<double>(detections.size()) / std::max<size_t>(1, picked.size()));
+  ceres::Problem problem;
+  for (size_t p : picked) {
+    const auto [f, i] = detections[p];
+    const Sample& s = set.frames[f].samples[i];
+    const Eigen::Vector3d led = WandLedPosition(*state.wand[f], wand.offsets[s.led]);
+    problem.AddResidualBlock(new ceres::AutoDiffCostFunction<DetectionCost, 2, 3, 3, 8>(
+                                 new DetectionCost{pose.ToCamera(led), rotation, s.pixel, weight}),
+                             nullptr, turn.data(), shift.data(), lens.data());
   }
   if (out.samples < 3 || !(sigma_px > 0)) return out;
   if (!lens_prior) {

@@ -36,10 +36,12 @@ namespace {
 
 // A frame's detections as samples, sorted, without ambiguous or unknown LEDs.
 SampleFrame CleanFrame(const std::vector<Intrinsics>& cameras, const WandFrame& frame,
-                       const StraightWand& wand) {
+                       int source, const StraightWand& wand) {
   SampleFrame out;
   out.number = frame.number;
-  for (const WandObservation& o : frame.observations) {
+  out.source = source;
+  for (size_t k = 0; k < frame.observations.size(); ++k) {
+    const WandObservation& o = frame.observations[k];
     const int led = wand.IndexOf(o.led);
     if (led < 0 || !std::isfinite(o.u) || !std::isfinite(o.v)) continue;
     Sample s;
@@ -47,6 +49,7 @@ SampleFrame CleanFrame(const std::vector<Intrinsics>& cameras, const WandFrame& 
     s.led = led;
     s.pixel = {o.u, o.v};
     s.normalized = PixelToNormalized(cameras[o.camera], s.pixel);
+    s.source = static_cast<int>(k);
     out.samples.push_back(s);
   }
   auto key = [](const Sample& s) { return std::pair(s.camera, s.led); };
@@ -56,7 +59,9 @@ SampleFrame CleanFrame(const std::vector<Intrinsics>& cameras, const WandFrame& 
   for (size_t i = 0; i < out.samples.size();) {
     size_t j = i + 1;
     while (j < out.samples.size() && key(out.samples[j]) == key(out.samples[i])) ++j;
-    if (j == i + 1) unique.push_back(out.samples[i]);  // a repeated LED is ambiguous: drop all
+    // A repeated LED is ambiguous: all its detections wait aside.
+    auto& to = j == i + 1 ? unique : out.repeated;
+    to.insert(to.end(), out.samples.begin() + i, out.samples.begin() + j);
     i = j;
   }
   out.samples = std::move(unique);
@@ -75,7 +80,8 @@ bool BuildSampleSet(const std::vector<Intrinsics>& cameras, const std::vector<Wa
                     const StraightWand& wand, int quality, SampleSet* out, std::string* error) {
   const int camera_count = static_cast<int>(cameras.size());
   std::vector<SampleFrame> usable;
-  for (const WandFrame& frame : frames) {
+  for (size_t f = 0; f < frames.size(); ++f) {
+    const WandFrame& frame = frames[f];
     for (const WandObservation& o : frame.observations) {
       if (o.camera < 0 || o.camera >= camera_count) {
         *error = "frame " + std::to_string(frame.number) + " has a detection of camera " +
@@ -84,7 +90,7 @@ bool BuildSampleSet(const std::vector<Intrinsics>& cameras, const std::vector<Wa
         return false;
       }
     }
-    SampleFrame clean = CleanFrame(cameras, frame, wand);
+    SampleFrame clean = CleanFrame(cameras, frame, static_cast<int>(f), wand);
     if (Usable(clean, wand.ids.size())) usable.push_back(std::move(clean));
   }
   out->cameras = camera_count;

@@ -18,11 +18,16 @@ struct Sample {
   int led = 0;  // index into StraightWand
   Eigen::Vector2d pixel = Eigen::Vector2d::Zero();
   Eigen::Vector2d normalized = Eigen::Vector2d::Zero();  // undistorted, nominal lens
+  int source = -1;  // index of its detection in the input frame
 };
 
 struct SampleFrame {
   int32_t number = 0;
+  int source = -1;              // index of the frame in the input
   std::vector<Sample> samples;  // sorted by camera, then LED
+  // Detections of an LED that one camera reports more than once in the frame
+  // (a reflection, or another LED with a misread id): left out of the samples.
+  std::vector<Sample> repeated;
 };
 
 struct SampleSet {

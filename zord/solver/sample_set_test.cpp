@@ -99,6 +99,8 @@ TEST_F(BuildSampleSetTest, DropsDetectionsItCannotTrust) {
   EXPECT_EQ(ranges[0], SampleRange(0, 4));
   EXPECT_EQ(ranges[1], SampleRange(4, 7));
   EXPECT_EQ(set_.frames[0].samples[6].led, 2);
+  ASSERT_EQ(set_.frames[0].repeated.size(), 2u);  // both blobs of LED 3 wait aside
+  EXPECT_EQ(set_.frames[0].repeated[0].source + set_.frames[0].repeated[1].source, 7 + 10);
   EXPECT_EQ(ranges[2].first, ranges[2].second);
   const Sample& s = set_.frames[0].samples[1];
   EXPECT_NEAR(s.normalized.x(), (101.0 - 640) / 1200, 1e-12);

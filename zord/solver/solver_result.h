@@ -41,6 +41,13 @@ struct WorldFrame {
   double up_spread_deg = 0;  // RMS angle between the cameras' up and world Y
 };
 
+// A detection of the input that the final adjustment left out.
+struct RejectedDetection {
+  int frame = 0;          // index into the input's frames
+  int observation = 0;    // index into that frame's observations
+  bool repeated = false;  // its camera reported that LED more than once in the frame
+};
+
 enum class SolveStatus { kSuccess, kFailed, kCancelled };
 
 struct CalibrationResult {
@@ -65,6 +72,9 @@ struct CalibrationResult {
   int frames_used = 0;   // wand frames in the final adjustment
   int samples_used = 0;  // inlier samples (LED detections) in the final adjustment
   int outliers = 0;      // samples rejected as outliers
+  int repeated = 0;      // samples left out as one of several blobs of an LED in a camera
+  // Every detection of the final pass's frames and cameras that it left out.
+  std::vector<RejectedDetection> rejected;
   int parameters = 0;    // free parameters of the final adjustment (gauge removed)
 };
 

@@ -203,10 +203,14 @@ class WandCalibration {
     settings.function_tolerance = options_.refine_intrinsics ? 1e-5 : 1e-9;
     state_.TrustAll(set_);
     if (!Adjust(3, settings)) return false;
-    const auto errors = SampleErrors(set_, wand_, state_);
+    auto errors = SampleErrors(set_, wand_, state_);
     // Huber matches least squares below its knee: when no error reached it and
-    // no sample is dropped, this is already the least-squares solution.
+    // no sample is dropped or added, this is already the least-squares solution.
     const std::vector<std::vector<bool>> adjusted = state_.inlier;
+    // Of an LED seen twice by one camera (a reflection, a misread id) the blob
+    // that fits the wand joins the samples.
+    if (ResolveRepeated(wand_, OutlierThreshold(errors), &set_, &state_) > 0)
+      errors = SampleErrors(set_, wand_, state_);
     least_squares_ = !AnyCameraFrameAbove(errors, set_, state_, options_.robust_loss_px);
     MarkInliers(errors, OutlierThreshold(errors), &state_);
     least_squares_ = least_squares_ && state_.inlier == adjusted;
@@ -274,20 +278,23 @@ class WandCalibration {
     settings.function_tolerance = 1e-10;
     ChooseLensTerms(SampleErrors(set_, wand_, state_));
     const int lens_parameters = LensParameters();
+    bool adjusted = least_squares_ && lens_parameters == 0;
     if (lens_parameters > 0) {
-      // The lenses from a well-spread subset of the frames, then every
-      // frame's wand pose and the camera poses with the lenses held.
+      // The lenses from a well-spread subset of the frames, then (when that
+      // left frames out) every frame's wand pose and the camera poses with
+      // the lenses held.
       BundleSettings lens = settings;
       lens.lens_terms = lens_terms_;
       lens.frames = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
       if (!Adjust(4, lens)) return false;
+      adjusted = lens.frames.size() == set_.frames.size();
     }
-    if ((lens_parameters > 0 || !least_squares_) && !Adjust(4, settings)) return false;
+    if (!adjusted && !Adjust(4, settings)) return false;
     parameters_ += lens_parameters;
     // The better model may move the outlier boundary: re-decide and adjust once more.
     auto errors = SampleErrors(set_, wand_, state_);
     const std::vector<std::vector<bool>> before = state_.inlier;
-    result_.outliers = MarkInliers(errors, OutlierThreshold(errors), &state_);
+    MarkInliers(errors, OutlierThreshold(errors), &state_);
     if (state_.inlier != before) {
       if (!CheckCoverage(4) || !Adjust(4, settings)) return false;
       parameters_ += lens_parameters;
@@ -330,7 +337,26 @@ class WandCalibration {
     return n;
   }
 
+  // The detections of the posed frames and calibrated cameras left out.
+  void ListRejected() {
+    for (size_t f = 0; f < set_.frames.size(); ++f) {
+      const SampleFrame& frame = set_.frames[f];
+      if (!state_.wand[f]) continue;
+      for (size_t i = 0; i < frame.samples.size(); ++i) {
+        if (!state_.use[frame.samples[i].camera] || state_.inlier[f][i]) continue;
+        result_.rejected.push_back({frame.source, frame.samples[i].source, false});
+        ++result_.outliers;
+      }
+      for (const Sample& s : frame.repeated) {
+        if (!state_.use[s.camera]) continue;
+        result_.rejected.push_back({frame.source, s.source, true});
+        ++result_.repeated;
+      }
+    }
+  }
+
   void Finish() {
+    ListRejected();
     MoveWorld(ChooseWorldFrame(state_, &result_.world), &state_);
     for (int c = 0; c < set_.cameras; ++c) {
       result_.calibrated[c] = state_.use[c];

@@ -173,15 +173,31 @@ TEST(WandCalibrator, SplitCameraGraphFailsCleanly) {
   EXPECT_THAT(partial.result.warnings[0], HasSubstr("left uncalibrated"));
 }
 
-TEST(WandCalibrator, OutliersAreRejected) {
+TEST(WandCalibrator, OutliersAndReflectionsAreRejected) {
   SyntheticOptions options = SmallCapture();
   options.outlier_fraction = 0.03;
   options.dropout = 0.1;
-  const SyntheticCapture capture = MakeSyntheticCapture(options);
+  SyntheticCapture capture = MakeSyntheticCapture(options);
+  // Every 25th detection has a reflection: a second blob of its LED 40 px away.
+  int reflections = 0;
+  std::vector<size_t> genuine;  // detections per frame before the reflections
+  for (WandFrame& frame : capture.input.frames) {
+    genuine.push_back(frame.observations.size());
+    for (size_t k = 0; k < genuine.back(); k += 25, ++reflections) {
+      WandObservation o = frame.observations[k];
+      o.v += o.v > 500 ? -40 : 40;
+      frame.observations.push_back(o);
+    }
+  }
   const SolveRun run = Calibrate(capture.input);
   ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
   EXPECT_NEAR(run.result.rms_px, 0.1, 0.015);
   EXPECT_GT(run.result.outliers, 0);
+  // Each reflection is left out and the LED's true blob kept.
+  EXPECT_EQ(run.result.repeated, reflections);
+  for (const RejectedDetection& r : run.result.rejected) {
+    if (r.repeated) EXPECT_GE(static_cast<size_t>(r.observation), genuine[r.frame]);
+  }
   const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses,
                                                std::vector<bool>(options.cameras, true));
   EXPECT_LT(errors.position_max_mm, 0.5);
