@@ -43,11 +43,15 @@ bool BumpWatch::Check(const std::vector<CalibratedCamera>& rig, const Detector& 
     for (int i = 0; i < n; ++i) {
       const CalibratedCamera& cam = rig[d[i].camera];
       if (!cam.calibrated) continue;
-      others_.assign(d, d + n);
-      others_.erase(others_.begin() + i);
+      // Cameras already reported are left out: they would drag the point.
+      others_.clear();
+      for (int j = 0; j < n; ++j)
+        if (j != i && !cameras_[d[j].camera].moved) others_.push_back(d[j]);
       Triangulated t;
       Eigen::Vector2d uv;
-      if (!Triangulate(rig, others_.data(), n - 1, nullptr, &t) || !SeenAt(cam, t.position, &uv))
+      if (others_.size() < 2 ||
+          !Triangulate(rig, others_.data(), static_cast<int>(others_.size()), nullptr, &t) ||
+          !SeenAt(cam, t.position, &uv))
         continue;
       Sum& s = frame_[d[i].camera];
       s.squared += (uv - Eigen::Vector2d(d[i].u, d[i].v)).squaredNorm();
@@ -58,6 +62,9 @@ bool BumpWatch::Check(const std::vector<CalibratedCamera>& rig, const Detector& 
   next_slot_ = slots.empty() ? 0 : (next_slot_ + take) % slots.size();
   const bool learning = since_reset_s_ < options_.settle_s;
   const double keep = std::exp(-elapsed / options_.smoothing_s);
+  // A knocked camera also raises the residual of cameras whose points it
+  // helps to make, less than its own: only the worst ones are reported.
+  double worst_excess = 0;
   for (size_t c = 0; c < cameras_.size(); ++c) {
     const Sum& s = frame_[c];
     if (s.count == 0) continue;
@@ -75,8 +82,14 @@ bool BumpWatch::Check(const std::vector<CalibratedCamera>& rig, const Detector& 
       }
       w.level_px = std::sqrt(learn_[c].squared / learn_[c].count);
     }
+    worst_excess = std::max(worst_excess, w.residual_px - w.level_px);
+  }
+  if (learning) return true;
+  for (CameraWatch& w : cameras_) {
+    if (w.level_px < 0) continue;
     const double high = std::max(w.level_px + options_.alert_px, options_.alert_factor * w.level_px);
-    if (!w.moved && w.residual_px > high) w.moved = true;
+    if (!w.moved && w.residual_px > high && w.residual_px - w.level_px >= 0.5 * worst_excess)
+      w.moved = true;
     if (w.moved && w.residual_px < w.level_px + options_.clear_px) w.moved = false;
   }
   return true;
