@@ -17,16 +17,21 @@ std::string ScenePath(const char* name) {
   return std::string(dir ? dir : "data") + "/scenes/" + name;
 }
 
-// An engine tracking every LED of the scene as points and every body as a rigid.
-std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
-  zord::SimOptions options;
-  options.scene_file = scene_file;
+std::unique_ptr<zord::SimEngine> MakeEngine(const zord::SimOptions& options) {
   std::string error;
   auto engine = zord::SimEngine::Create(options, &error);
   if (!engine) {
     std::cerr << "sim_step_bench: " << error << " (set ZOR_DATA_DIR)\n";
     std::exit(1);
   }
+  return engine;
+}
+
+// An engine tracking every LED of the scene as points and every body as a rigid.
+std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
+  zord::SimOptions options;
+  options.scene_file = scene_file;
+  auto engine = MakeEngine(options);
   const zord::Scene& scene = engine->scene();
   const zord::ClientContext who{1, 0};
   engine->TrackerOpi(who, 0, ZOR_TRACKER_CREATE, ZOR_POINT_TRACKER);
@@ -80,12 +85,7 @@ void RunCapture(benchmark::State& state, bool tally) {
   zord::SimOptions options;
   options.scene_file = ScenePath("bench.json");
   options.capture_tally = tally;
-  std::string error;
-  auto engine = zord::SimEngine::Create(options, &error);
-  if (!engine) {
-    std::cerr << "sim_step_bench: " << error << " (set ZOR_DATA_DIR)\n";
-    std::exit(1);
-  }
+  auto engine = MakeEngine(options);
   const zord::ClientContext who{1, ZOR_FLAG_CALIBRATE};
   engine->SessionOpened(who);
   engine->SetInteger(who, ZOR_CALIB_LOAD_EXISTING, 0);
