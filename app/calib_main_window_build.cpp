@@ -221,6 +221,9 @@ QMenu* CalibMainWindow::createPopupMenu() {
     for (QAction* hidden : {calibrationBar_->toggleViewAction(), drawingBar_->toggleViewAction(),
                             statusPanel_->toggleViewAction()})
       menu->removeAction(hidden);
+    // The calibration feedback stays beside the status, like it.
+    if (auto* feedback = findChild<CalibrationFeedbackDock*>())
+      menu->removeAction(feedback->toggleViewAction());
   }
   return menu;
 }
