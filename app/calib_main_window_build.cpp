@@ -4,10 +4,12 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QShortcut>
+#include <QStatusBar>
 #include <QToolBar>
 #include <QToolButton>
 
 #include "app/calib_main_window.h"
+#include "calib/calibration_feedback.h"
 #include "calib/status_panel.h"
 #include "widgets/embedded_images.h"
 
@@ -183,6 +185,11 @@ void CalibMainWindow::createToolBars() {
 void CalibMainWindow::createStatusDock() {
   statusPanel_ = new StatusPanel(this);
   addDockWidget(Qt::RightDockWidgetArea, statusPanel_);
+  // Coverage of the capture, figures of a run and moved cameras, beside it.
+  auto* feedback = new CalibrationFeedbackDock(&calib(), this);
+  addDockWidget(Qt::RightDockWidgetArea, feedback);
+  connect(feedback, &CalibrationFeedbackDock::sg_CameraAlert, this,
+          [this](const QString& text) { statusBar()->showMessage(text, 2 * CalibrationFeedbackDock::kPollMs); });
   for (QDockWidget* dock : {static_cast<QDockWidget*>(settingsDock()), statusDock()}) {
     connect(dock, &QDockWidget::dockLocationChanged, this, [this, dock] { sl_LineUp(dock); });
     connect(dock, &QDockWidget::topLevelChanged, this, [this, dock] { sl_LineUp(dock); });
@@ -214,6 +221,9 @@ QMenu* CalibMainWindow::createPopupMenu() {
     for (QAction* hidden : {calibrationBar_->toggleViewAction(), drawingBar_->toggleViewAction(),
                             statusPanel_->toggleViewAction()})
       menu->removeAction(hidden);
+    // The calibration feedback stays beside the status, like it.
+    if (auto* feedback = findChild<CalibrationFeedbackDock*>())
+      menu->removeAction(feedback->toggleViewAction());
   }
   return menu;
 }

@@ -17,16 +17,21 @@ std::string ScenePath(const char* name) {
   return std::string(dir ? dir : "data") + "/scenes/" + name;
 }
 
-// An engine tracking every LED of the scene as points and every body as a rigid.
-std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
-  zord::SimOptions options;
-  options.scene_file = scene_file;
+std::unique_ptr<zord::SimEngine> MakeEngine(const zord::SimOptions& options) {
   std::string error;
   auto engine = zord::SimEngine::Create(options, &error);
   if (!engine) {
     std::cerr << "sim_step_bench: " << error << " (set ZOR_DATA_DIR)\n";
     std::exit(1);
   }
+  return engine;
+}
+
+// An engine tracking every LED of the scene as points and every body as a rigid.
+std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
+  zord::SimOptions options;
+  options.scene_file = scene_file;
+  auto engine = MakeEngine(options);
   const zord::Scene& scene = engine->scene();
   const zord::ClientContext who{1, 0};
   engine->TrackerOpi(who, 0, ZOR_TRACKER_CREATE, ZOR_POINT_TRACKER);
@@ -73,6 +78,43 @@ void BM_Step32Cameras512LedsWithImages(benchmark::State& state) {
   RunSteps(state, "bench.json", true);
 }
 BENCHMARK(BM_Step32Cameras512LedsWithImages)->Unit(benchmark::kMicrosecond);
+
+// A wand capture on the 32 cameras of the streaming set-up, with and without
+// the live coverage counts (what a calibration client polls while capturing).
+void RunCapture(benchmark::State& state, bool tally) {
+  zord::SimOptions options;
+  options.scene_file = ScenePath("bench.json");
+  options.capture_tally = tally;
+  auto engine = MakeEngine(options);
+  const zord::ClientContext who{1, ZOR_FLAG_CALIBRATE};
+  engine->SessionOpened(who);
+  engine->SetInteger(who, ZOR_CALIB_LOAD_EXISTING, 0);
+  engine->TrackerOpi(who, 1, ZOR_TRACKER_CREATE, ZOR_CALIB_TRACKER);
+  const auto& leds = engine->scene().wand.leds;
+  for (size_t i = 0; i < leds.size(); ++i) {
+    const int marker = (1 << 12) | static_cast<int>(i);
+    engine->MarkerInts(who, marker, ZOR_MARKER_LED, {leds[i].id});
+    const Eigen::Vector3f p = leds[i].local.cast<float>();
+    engine->MarkerFloats(who, marker, ZOR_MARKER_POSITION, {p.x(), p.y(), p.z()});
+  }
+  engine->TrackerOp(who, 1, ZOR_ON);
+  engine->TrackerOp(who, 1, ZOR_CALIB_CAPTURE_START);
+  zord::FrameData frame;
+  frame.want_images = frame.want_detectors = false;
+  int32_t number = 0;
+  for (auto _ : state) {
+    ++number;
+    engine->Step(number, 1.0 / 960, number * 1042, frame);
+    benchmark::DoNotOptimize(frame.wand_capture);
+  }
+  state.counters["captured"] = static_cast<double>(engine->CalibrationData().frames.size());
+}
+
+void BM_Capture32Cameras(benchmark::State& state) { RunCapture(state, false); }
+BENCHMARK(BM_Capture32Cameras)->Unit(benchmark::kMicrosecond)->Iterations(20000);
+
+void BM_Capture32CamerasLiveCounts(benchmark::State& state) { RunCapture(state, true); }
+BENCHMARK(BM_Capture32CamerasLiveCounts)->Unit(benchmark::kMicrosecond)->Iterations(20000);
 
 // The default room: 8 cameras, 21 LEDs.
 void BM_StepDefaultScene(benchmark::State& state) { RunSteps(state, "calibrated.json", true); }

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "zord/room/calibration_export.h"
 #include "zorsock/control.h"
 
 namespace {
@@ -17,6 +18,8 @@ const char* const kUsage = R"(commands:
   body [INDEX] move | body [INDEX] rest X Y Z [QW QX QY QZ]
   led ID on|off
   truth | status
+  bump K DX DY DZ [RX RY RZ]        knock camera K (0-based): mm, degrees
+  export FILE                       the current calibration as OpenCV YAML (.yaml, .yml) or JSON
   clock rewind|pause|resume|status | clock silence on|off | clock frequency HZ)";
 
 std::optional<double> Number(const std::string& word) {
@@ -50,6 +53,15 @@ std::optional<json> BuildRequest(const std::vector<std::string>& w) {
   }
   const std::string& cmd = w[0];
   if ((cmd == "truth" || cmd == "status") && w.size() == 1) return json{{"cmd", cmd}};
+  if (cmd == "export" && w.size() == 2) return json{{"cmd", "calibration"}};
+  if (cmd == "bump" && (w.size() == 5 || w.size() == 8)) {
+    const auto camera = Number(w[1]);
+    const auto shift = Numbers(w, 2, 3);
+    const auto turn = w.size() == 8 ? Numbers(w, 5, 3) : std::optional<json>(json{0, 0, 0});
+    if (!camera || !shift || !turn) return std::nullopt;
+    return json{{"cmd", "bump"}, {"camera", static_cast<int>(*camera)}, {"position_mm", *shift},
+                {"rotation_deg", *turn}};
+  }
   if (cmd == "wand" && w.size() == 2 && w[1] == "wave") return json{{"cmd", "wand"}, {"mode", "wave"}};
   if (cmd == "wand" && w.size() >= 5 && w[1] == "rest") {
     const auto position = Numbers(w, 2, 3);
@@ -132,6 +144,14 @@ int main(int argc, char** argv) {
   if (parsed.is_discarded()) {
     std::printf("%s\n", reply.c_str());
     return 1;
+  }
+  if (words[0] == "export" && parsed.value("ok", false)) {
+    if (!zord::ExportCalibration(parsed, words[1], &error)) {
+      std::fprintf(stderr, "zordctl: %s\n", error.c_str());
+      return 1;
+    }
+    std::printf("calibration of %zu cameras written to %s\n", parsed["cameras"].size(), words[1].c_str());
+    return 0;
   }
   std::printf("%s\n", parsed.dump(2).c_str());
   return parsed.value("ok", false) ? 0 : 1;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "zorsock/codes.h"
+#include "zorsock/feedback_wire.h"
 #include "zorsock/library.h"
 #include "zorsock/transform.h"
 #include "zorsock/zorsock.h"
@@ -322,3 +323,44 @@ int zorMarkerfv(int markerId, int code, const float* values) {
 }
 
 }  // extern "C"
+
+extern "C" int zorGetCoverage(ZORCoverageSummary* summary, ZORCoverage* cameras, int capacity,
+                              int* shared_frames) {
+  std::lock_guard lock(Lib().mu);
+  if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
+  auto reply = Ask(MakeRequest(wire::Op::kGetInts, 0, ZOR_CALIB_COVERAGE));
+  if (!reply) return -1;
+  wire::CoverageReply coverage;
+  if (!wire::DecodeCoverage(reply->ints, &coverage)) return Failed(ZOR_PROTOCOL_ERROR, -1);
+  *summary = coverage.summary;
+  const int n = static_cast<int>(coverage.cameras.size());
+  std::copy_n(coverage.cameras.begin(), std::min(n, capacity), cameras);
+  if (shared_frames && n <= capacity)
+    std::copy(coverage.shared_frames.begin(), coverage.shared_frames.end(), shared_frames);
+  return n;
+}
+
+extern "C" int zorGetCalibResult(ZORCalibSummary* summary, ZORCameraResult* cameras, int capacity) {
+  std::lock_guard lock(Lib().mu);
+  if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
+  auto reply = Ask(MakeRequest(wire::Op::kGetFloats, 0, ZOR_CALIB_RESULT));
+  if (!reply) return -1;
+  wire::ResultReply result;
+  if (!wire::DecodeResult(reply->floats, &result)) return Failed(ZOR_PROTOCOL_ERROR, -1);
+  *summary = result.summary;
+  const int n = static_cast<int>(result.cameras.size());
+  std::copy_n(result.cameras.begin(), std::min(n, capacity), cameras);
+  return n;
+}
+
+extern "C" int zorGetCameraWatch(ZORCameraWatch* cameras, int capacity) {
+  std::lock_guard lock(Lib().mu);
+  if (capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
+  auto reply = Ask(MakeRequest(wire::Op::kGetFloats, 0, ZOR_CAMERA_WATCH));
+  if (!reply) return -1;
+  std::vector<ZORCameraWatch> watch;
+  if (!wire::DecodeWatch(reply->floats, &watch)) return Failed(ZOR_PROTOCOL_ERROR, -1);
+  const int n = static_cast<int>(watch.size());
+  std::copy_n(watch.begin(), std::min(n, capacity), cameras);
+  return n;
+}

@@ -10,6 +10,7 @@
 #include <Eigen/Core>
 
 #include "zord/solver/camera_model.h"
+#include "zord/solver/capture_tally.h"
 
 namespace zord {
 
@@ -35,6 +36,9 @@ struct CalibrationCapture {
   std::vector<CalibrationObservation> observations;
   std::vector<WandMarker> wand;          // tracker 1's markers with a position
   std::vector<Intrinsics> nominal;       // each camera's lens before calibration, by camera id
+  // Live counts of the frames above as the solver will see them (empty until
+  // the first frame is counted; not kept when counting is off).
+  CaptureTally tally;
 
   std::span<const CalibrationObservation> Observations(const CalibrationFrame& f) const {
     return {observations.data() + f.first, f.count};
@@ -48,6 +52,7 @@ struct CalibrationCapture {
   void Clear() {
     frames.clear();
     observations.clear();
+    tally.Reset(tally.cameras());
   }
 };
 

@@ -46,6 +46,7 @@ SimEngine::SimEngine(std::unique_ptr<Scene> scene, const SimOptions& options)
       seen_before_(scene_->LedCount(), 0),
       last_rigid_(kMaxTrackerId + 1) {
   world_.reserve(scene_->LedCount());
+  for (const SceneCamera& cam : scene_->cameras) nominal_.push_back(cam.nominal);
 }
 
 CalibrationState SimEngine::InitialCalibration() const {
@@ -152,6 +153,7 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
     detector_.Run(world_, lit_, &person);
   }
   Reconstruct(*plan, *rig);
+  WatchCameras(*plan, rig, dt);
   Report(*plan, *rig, frame_number, out);
   if (out.want_images) {
     if (replayed) {
@@ -262,6 +264,17 @@ bool SimEngine::CollectCapture(const TrackerPlan& plan, int32_t frame, int64_t r
       capture_scratch_.push_back({d[i].camera, scene_->LedId(slot), d[i].u, d[i].v});
     }
   }
+  // The solver's view of the frame, worked out before taking the lock.
+  bool countable = false;
+  if (options_.capture_tally) {
+    tally_wand_.ids.clear();
+    for (int slot : plan.calibration_slots) tally_wand_.ids.push_back(scene_->LedId(slot));
+    tally_frame_.number = frame;
+    tally_frame_.observations.clear();
+    for (const CalibrationObservation& o : capture_scratch_)
+      tally_frame_.observations.push_back({o.camera, o.led, o.u, o.v});
+    countable = WandSampleFrame(nominal_, tally_frame_, tally_wand_, &tally_samples_);
+  }
   std::lock_guard lock(mutex_);
   if (!capturing_) return false;
   if (replayed >= 0 && replay_ && static_cast<size_t>(replayed) < replay_taken_.size()) {
@@ -278,6 +291,11 @@ bool SimEngine::CollectCapture(const TrackerPlan& plan, int32_t frame, int64_t r
     return false;
   }
   capture_->Append(frame, capture_scratch_);
+  if (countable) {
+    if (capture_->tally.cameras() != static_cast<int>(scene_->cameras.size()))
+      capture_->tally.Reset(static_cast<int>(scene_->cameras.size()));
+    capture_->tally.Add(tally_samples_, nominal_);
+  }
   return true;
 }
 

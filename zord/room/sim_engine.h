@@ -13,16 +13,19 @@
 #include <string>
 #include <vector>
 
+#include "zord/room/bump_watch.h"
 #include "zord/room/calibration_job.h"
 #include "zord/room/calibration_store.h"
 #include "zord/room/detect.h"
 #include "zord/room/message_queue.h"
 #include "zord/server/engine.h"
+#include "zorsock/zorsock_feedback.h"
 #include "zord/room/operator.h"
 #include "zord/room/recon.h"
 #include "zord/room/scene.h"
 #include "zord/room/sim_capture.h"
 #include "zord/room/trackers.h"
+#include "zord/solver/wand_lengths.h"
 
 namespace zord {
 
@@ -33,6 +36,7 @@ struct SimOptions {
   std::string truth_out;         // write the truth here at start
   uint64_t seed = 1;             // noise and drop-outs
   double noise_px = -1;          // pixel noise sigma; < 0: the scene's
+  bool capture_tally = true;     // count captured wand frames live (ZOR_CALIB_COVERAGE)
   bool Check(std::string* why) const;
 };
 
@@ -95,7 +99,7 @@ class SimEngine : public Engine {
   void RebuildRig();
   int NeedCalibration(const ClientContext& who) const;
   int StartCalibration(const ClientContext& who, int quality);
-  void FinishCalibration(const CalibrationResult& result, int session);
+  void FinishCalibration(const CalibrationResult& result, const WandLengths& lengths, int session);
   // Cancels a running calibration whose result would no longer apply.
   void CancelCalibration();
 
@@ -109,9 +113,22 @@ class SimEngine : public Engine {
   // The recorded frame the next step replays (mutex held); null when live.
   const zorsock::wire::RawFrame* NextReplayFrame(int64_t* index);
   nlohmann::json ReplayControl(const nlohmann::json& request);
+  // The live capture counts as ZOR_CALIB_COVERAGE carries them (mutex held).
+  void CoverageInts(std::vector<int32_t>& out) const;
+  // Clock thread: the bump watch of one frame, published for ZOR_CAMERA_WATCH.
+  void WatchCameras(const TrackerPlan& plan, const std::shared_ptr<const Rig>& rig, double dt);
+  // The working calibration as CalibrationJson makes it, with the figures of
+  // the last successful run (mutex held): the "calibration" control reply.
+  nlohmann::json CalibrationExport() const;
+  // The wand's length frame by frame with a run's result (job thread).
+  static WandLengths MeasureResultWand(const CalibrationCapture& capture,
+                                       const CalibrationResult& result);
+  // Keeps the figures of a successful run for ZOR_CALIB_RESULT (mutex held).
+  void RememberResult(const CalibrationResult& result, const WandLengths& lengths);
 
   const SimOptions options_;
   const std::unique_ptr<const Scene> scene_;
+  std::vector<Intrinsics> nominal_;  // the cameras' lenses before calibration
 
   mutable std::mutex mutex_;  // guards everything below up to the clock-thread state
   Operator operator_;
@@ -142,6 +159,9 @@ class SimEngine : public Engine {
   std::vector<uint8_t> replay_taken_;
   std::optional<int> calibration_owner_;  // session whose run is working
   MessageQueue messages_;
+  std::vector<float> result_floats_ = {0, 0, 0, 0, -1, 0, 0};  // ZOR_CALIB_RESULT: none yet
+  std::vector<ZORCameraWatch> watch_;  // ZOR_CAMERA_WATCH, as the clock thread last judged
+  int successful_runs_ = 0;
   int32_t last_frame_ = -1;
   int cameras_moved_ = 0;  // the operator's count of bumps the detector has seen
 
@@ -155,6 +175,11 @@ class SimEngine : public Engine {
   std::vector<RigidPlacement> last_rigid_; // by tracker id
   std::vector<Eigen::Vector3d> fit_local_, fit_world_;
   std::vector<CalibrationObservation> capture_scratch_;
+  BumpWatch bump_watch_;
+  std::shared_ptr<const Rig> watched_rig_;  // the calibration bump_watch_ learned
+  WandFrame tally_frame_;      // the capture's frame as the solver takes it...
+  SampleFrame tally_samples_;  // ...and as it keeps it
+  StraightWand tally_wand_;    // only the calibration tracker's LED ids
 
   // Last: destroyed first, so a running solve is cancelled and joined while
   // the state its callbacks touch still exists.

@@ -54,11 +54,15 @@ int SimEngine::StartCalibration(const ClientContext& who, int quality) {
         if (calibration_job_.Cancelled()) return;
         for (const std::string& message : report.Messages()) messages_.push_back(message);
       },
-      [this, session](const CalibrationResult& result) { FinishCalibration(result, session); });
+      [this, session, capture = capture_](const CalibrationResult& result) {
+        // Measured here, on the job's thread, before the clock's lock is taken.
+        FinishCalibration(result, MeasureResultWand(*capture, result), session);
+      });
   return ZOR_NO_ERROR;
 }
 
-void SimEngine::FinishCalibration(const CalibrationResult& result, int session) {
+void SimEngine::FinishCalibration(const CalibrationResult& result, const WandLengths& lengths,
+                                  int session) {
   std::lock_guard lock(mutex_);
   calibrating_ = false;
   calibration_owner_.reset();
@@ -68,6 +72,7 @@ void SimEngine::FinishCalibration(const CalibrationResult& result, int session) 
             << result.frames_used << " frames; " << result.outliers << " rejected as outliers, "
             << result.repeated << " left out as repeated blobs of one LED\n";
   for (const std::string& warning : result.warnings) std::cerr << "zord: " << warning << "\n";
+  RememberResult(result, lengths);
   const std::vector<CameraCalibration> cameras = SolvedCameras(result);
   for (size_t i = 0; i < cameras.size() && i < working_.cameras.size(); ++i) {
     working_.cameras[i] = cameras[i];

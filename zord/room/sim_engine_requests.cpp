@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "zord/room/sim_engine.h"
+#include "zorsock/feedback_wire.h"
 #include "zord/room/truth.h"
 
 namespace zord {
@@ -166,6 +167,11 @@ int SimEngine::SetFloats(const ClientContext& who, int code, const std::vector<f
 }
 
 int SimEngine::GetFloats(const ClientContext&, int code, std::vector<float>& out) {
+  if (code == ZOR_CALIB_RESULT || code == ZOR_CAMERA_WATCH) {
+    std::lock_guard lock(mutex_);
+    out = code == ZOR_CALIB_RESULT ? result_floats_ : zorsock::wire::EncodeWatch(watch_);
+    return ZOR_NO_ERROR;
+  }
   if (code != ZOR_GLOBAL_TRANSFORM) return ZOR_INVALID_ENUM;
   std::lock_guard lock(mutex_);
   out.resize(7);
@@ -173,7 +179,12 @@ int SimEngine::GetFloats(const ClientContext&, int code, std::vector<float>& out
   return ZOR_NO_ERROR;
 }
 
-int SimEngine::GetInts(const ClientContext&, int, std::vector<int32_t>&) { return ZOR_INVALID_ENUM; }
+int SimEngine::GetInts(const ClientContext&, int code, std::vector<int32_t>& out) {
+  if (code != ZOR_CALIB_COVERAGE) return ZOR_INVALID_ENUM;
+  std::lock_guard lock(mutex_);
+  CoverageInts(out);
+  return ZOR_NO_ERROR;
+}
 
 int SimEngine::GetString(const ClientContext&, int code, std::string& out) {
   if (code != ZOR_CALIB_MESSAGE) return ZOR_INVALID_ENUM;
@@ -226,6 +237,7 @@ std::string SimEngine::Control(const std::string& request_json) {
     std::lock_guard lock(mutex_);
     if (cmd == "truth") return Dump(TruthJson(*scene_, operator_));
     if (cmd == "replay") return Dump(ReplayControl(request));
+    if (cmd == "calibration") return Dump(CalibrationExport());
     if (cmd != "status") return Dump(operator_.Handle(request));
     json reply = operator_.Status();
     int calibrated = 0;

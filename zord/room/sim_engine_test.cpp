@@ -9,13 +9,18 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <set>
 #include <thread>
 
 #include "testing/zord_process.h"
 #include "zord/server/live_test_support.h"
 #include "zord/room/sim_testing.h"
+#include "zord/room/calibration_job.h"
 #include "zord/solver/calib_accuracy.h"
+#include "zord/solver/camera_coverage.h"
+#include "zorsock/feedback_wire.h"
+#include "zorsock/zorsock_feedback.h"
 
 namespace zord {
 namespace {
@@ -304,9 +309,35 @@ TEST(SimEngine, CapturesWandDetectionsForTheSolver) {
   EXPECT_EQ(cameras.size(), scene.cameras.size());
   EXPECT_EQ(Control(*engine, {{"cmd", "status"}})["captured_frames"], 14);
 
+  // The live counts are the solver's own counts of the same capture.
+  std::vector<int32_t> ints;
+  ASSERT_EQ(engine->GetInts(kNormal, ZOR_CALIB_COVERAGE, ints), ZOR_NO_ERROR);
+  zorsock::wire::CoverageReply live;
+  ASSERT_TRUE(zorsock::wire::DecodeCoverage(ints, &live));
+  const CalibrationInput input = MakeSolverInput(data);
+  StraightWand wand;
+  SampleSet set;
+  std::string error;
+  ASSERT_TRUE(MakeStraightWand(input.wand, 2, &wand, &error)) << error;
+  ASSERT_TRUE(BuildSampleSet(input.cameras, input.frames, wand, 0, &set, &error)) << error;
+  const std::vector<CameraCoverage> coverage = MeasureCoverage(set);
+  const CameraLinks links = CountSharedSamples(set);
+  EXPECT_EQ(live.summary.frames, static_cast<int>(set.frames.size()));
+  for (int c = 0; c < set.cameras; ++c) {
+    EXPECT_EQ(live.cameras[c].frames, coverage[c].frames);
+    EXPECT_EQ(live.cameras[c].samples, coverage[c].samples);
+    EXPECT_NEAR(live.cameras[c].spread * 1024, coverage[c].spread_px, 0.01);
+    EXPECT_GT(live.cameras[c].covered, 0);
+    for (int d = 0; d < set.cameras; ++d)
+      EXPECT_EQ(live.shared_frames[c * set.cameras + d], links.shared_frames(c, d));
+  }
+
   ASSERT_EQ(engine->TrackerOp(kCalib, 1, ZOR_CALIB_CAPTURE_RESET), ZOR_NO_ERROR);
   Step(*engine, 3);
   EXPECT_TRUE(engine->CalibrationData().frames.empty());
+  ASSERT_EQ(engine->GetInts(kNormal, ZOR_CALIB_COVERAGE, ints), ZOR_NO_ERROR);
+  ASSERT_TRUE(zorsock::wire::DecodeCoverage(ints, &live));
+  EXPECT_EQ(live.summary.frames, 0);
 }
 
 int CalibratedCount(SimEngine& engine) {
@@ -485,6 +516,33 @@ TEST_F(EngineCalibration, RunsBesideTheClockAndInstallsCamerasThatAgreeWithTheTr
   const PoseErrors e = CompareCameraPoses(solved, truth, std::vector<bool>(truth.size(), true));
   EXPECT_LT(e.position_max_mm, 1.0) << e.position_rms_mm;
   EXPECT_LT(e.rotation_max_deg, 0.02) << e.rotation_rms_deg;
+
+  // The run's own figures: each camera's uncertainty covers its true error
+  // (after the best rigid fit to the truth) within three sigma for most cameras.
+  std::vector<float> floats;
+  ASSERT_EQ(engine_->GetFloats(kCalib, ZOR_CALIB_RESULT, floats), ZOR_NO_ERROR);
+  zorsock::wire::ResultReply result;
+  ASSERT_TRUE(zorsock::wire::DecodeResult(floats, &result));
+  EXPECT_EQ(result.summary.run, 1);
+  EXPECT_NEAR(result.summary.wand_length_mm, 900, 1.0);
+  EXPECT_GT(result.summary.wand_length_std_mm, 0);
+  EXPECT_LT(result.summary.wand_length_std_mm, 0.6);
+  EXPECT_TRUE(result.summary.grade == ZOR_GRADE_EXCELLENT || result.summary.grade == ZOR_GRADE_GOOD)
+      << result.summary.grade;
+  ASSERT_EQ(result.cameras.size(), 8u);
+  int covered = 0;
+  for (const ZORCameraResult& c : result.cameras) {
+    EXPECT_EQ(c.calibrated, 1);
+    EXPECT_GT(c.samples, 1000);
+    EXPECT_LT(c.rms_px, 0.2);
+    EXPECT_GT(c.position_mm, 0);
+    covered += e.position_mm[c.camera] <= 3 * c.position_mm;
+    std::printf("camera %d: rms %.3f px, sigma %.3f mm, true error %.3f mm\n", c.camera + 1, c.rms_px,
+                c.position_mm, e.position_mm[c.camera]);
+  }
+  std::printf("wand %.2f mm +- %.3f mm, grade %d\n", result.summary.wand_length_mm,
+              result.summary.wand_length_std_mm, result.summary.grade);
+  EXPECT_GE(covered, 6);
 
   // The solve outlives its session until a blank session replaces it.
   engine_->SessionClosed(kCalib);

@@ -6,6 +6,7 @@
 
 #include "zord/solver/sample_set.h"
 #include "zord/solver/triangulation.h"
+#include "zord/solver/wand_lengths.h"
 
 namespace zord {
 
@@ -52,22 +53,11 @@ double WandLengthStd(const CalibrationInput& input, const std::vector<Extrinsics
   if (!MakeStraightWand(input.wand, 2.0, &wand, &error) ||
       !BuildSampleSet(lenses, input.frames, wand, 0, &set, &error))
     return -1;
-  const auto [lo, hi] = std::minmax_element(wand.offsets.begin(), wand.offsets.end());
-  const long first = lo - wand.offsets.begin(), last = hi - wand.offsets.begin();
-  const std::vector<bool> use(lenses.size(), true);
-  std::vector<double> lengths;
-  for (const SampleFrame& frame : set.frames) {
-    const auto leds =
-        TriangulateLeds(frame, static_cast<int>(wand.offsets.size()), poses, lenses, use, 5.0);
-    if (leds[first] && leds[last]) lengths.push_back((*leds[last] - *leds[first]).norm());
-  }
-  if (lengths.size() < 2) return -1;
-  double sum = 0, sum_sq = 0;
-  for (double l : lengths) sum += l;
-  const double m = sum / static_cast<double>(lengths.size());
-  for (double l : lengths) sum_sq += (l - m) * (l - m);
-  if (mean) *mean = m;
-  return std::sqrt(sum_sq / static_cast<double>(lengths.size() - 1));
+  const WandLengths lengths =
+      MeasureWandLengths(set, wand, poses, lenses, std::vector<bool>(lenses.size(), true), 5.0);
+  if (lengths.std_mm < 0) return -1;
+  if (mean) *mean = lengths.mean_mm;
+  return lengths.std_mm;
 }
 
 }  // namespace zord

@@ -5,6 +5,8 @@
 #include <array>
 #include <cmath>
 
+#include "zord/solver/capture_tally.h"
+
 namespace zord {
 
 std::vector<CameraCoverage> MeasureCoverage(const SampleSet& set,
@@ -29,14 +31,16 @@ std::vector<CameraCoverage> MeasureCoverage(const SampleSet& set,
       }
     }
   }
-  for (int c = 0; c < set.cameras; ++c) {
-    if (out[c].samples < 2) continue;
-    const double n = out[c].samples;
-    const Eigen::Matrix2d cov = sum_sq[c] / n - (sum[c] / n) * (sum[c] / n).transpose();
-    const double narrowest = Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d>(cov).eigenvalues()(0);
-    out[c].spread_px = std::sqrt(std::max(0.0, narrowest));
-  }
+  for (int c = 0; c < set.cameras; ++c) out[c].spread_px = NarrowestSpread(sum[c], sum_sq[c], out[c].samples);
   return out;
+}
+
+double NarrowestSpread(const Eigen::Vector2d& sum, const Eigen::Matrix2d& sum_sq, int count) {
+  if (count < 2) return 0;
+  const double n = count;
+  const Eigen::Matrix2d cov = sum_sq / n - (sum / n) * (sum / n).transpose();
+  const double narrowest = Eigen::SelfAdjointEigenSolver<Eigen::Matrix2d>(cov).eigenvalues()(0);
+  return std::sqrt(std::max(0.0, narrowest));
 }
 
 std::string CoverageProblem(const CameraCoverage& coverage, const Intrinsics& lens,

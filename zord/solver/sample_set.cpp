@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "zord/solver/capture_tally.h"
+
 namespace zord {
 
 size_t SampleSet::SampleCount() const {
@@ -75,6 +77,14 @@ bool Usable(const SampleFrame& frame, size_t leds) {
 }
 
 }  // namespace
+
+bool WandSampleFrame(const std::vector<Intrinsics>& cameras, const WandFrame& frame,
+                     const StraightWand& wand, SampleFrame* out) {
+  for (const WandObservation& o : frame.observations)
+    if (o.camera < 0 || o.camera >= static_cast<int>(cameras.size())) return false;
+  *out = CleanFrame(cameras, frame, wand);
+  return Usable(*out, wand.ids.size());
+}
 
 bool BuildSampleSet(const std::vector<Intrinsics>& cameras, const std::vector<WandFrame>& frames,
                     const StraightWand& wand, int quality, SampleSet* out, std::string* error) {
