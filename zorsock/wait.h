@@ -1,0 +1,43 @@
+// Waiting for the network without stopping the caller. The calls that wait
+// (resolve, connect, handshake, a reply) run the caller's hook every few
+// milliseconds meanwhile, with no lock of theirs held, so a GUI thread can keep
+// its event loop turning while the order of its calls stays as written.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+
+namespace zorsock {
+
+constexpr std::chrono::milliseconds kWaitSlice{10};
+
+// Installs the hook; an empty one makes waits plain blocking again.
+void SetWaitHook(std::function<void()> hook);
+// Whether a call on this thread is waiting: true only inside the hook. A
+// caller's code that runs from its event loop uses this to stay out of a call
+// half done (zorInit and zorDone refuse to run nested).
+bool CallWaiting();
+// Runs the hook once, if there is one; false when there is none.
+bool RunWaitHook();
+
+// Waits on `cv` (with `lock` held) until `ready()` or `deadline`, running the
+// hook between slices with the lock released. Returns ready().
+template <typename Ready>
+bool WaitWithHook(std::unique_lock<std::mutex>& lock, std::condition_variable& cv,
+                  std::chrono::steady_clock::time_point deadline, Ready ready) {
+  while (!ready()) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= deadline) return false;
+    cv.wait_until(lock, std::min(deadline, now + kWaitSlice), ready);
+    if (ready()) return true;
+    lock.unlock();
+    RunWaitHook();
+    lock.lock();
+  }
+  return true;
+}
+
+}  // namespace zorsock
