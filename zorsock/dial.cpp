@@ -18,11 +18,15 @@ std::error_code Dialer::RunUntil(Clock::time_point deadline, Start start) {
   io_.restart();
   start([&result](std::error_code ec) { result = ec; });
   // In slices, so the caller's wait hook runs between them.
+  WaitPacer pacer;
   while (!result && !io_.stopped()) {
     const auto now = Clock::now();
     if (now >= deadline) break;
-    io_.run_one_until(std::min(deadline, now + kWaitSlice));
-    if (!result) RunWaitHook();
+    if (now >= pacer.due()) {
+      RunWaitHook();
+      continue;
+    }
+    io_.run_one_until(std::min(deadline, pacer.due()));
   }
   if (result) return *result;
   // Time is up: closing the socket makes the pending operation finish now.

@@ -23,19 +23,37 @@ bool CallWaiting();
 // Runs the hook once, if there is one; false when there is none.
 bool RunWaitHook();
 
+// Paces the hook over a chain of waits (a connect, then one set-up request
+// after another): the hook runs once the thread has spent kWaitSlice in waits,
+// and in the code between them, since the chain began or the hook last ran.
+// Waits more than kWaitSlice apart start a new chain: the caller's event loop
+// ran in between.
+class WaitPacer {
+ public:
+  WaitPacer();   // a wait begins
+  ~WaitPacer();  // and ends
+  WaitPacer(const WaitPacer&) = delete;
+  WaitPacer& operator=(const WaitPacer&) = delete;
+  // When the hook is next due; never when there is none.
+  std::chrono::steady_clock::time_point due() const;
+};
+
 // Waits on `cv` (with `lock` held) until `ready()` or `deadline`, running the
-// hook between slices with the lock released. Returns ready().
+// hook when due with the lock released. Returns ready().
 template <typename Ready>
 bool WaitWithHook(std::unique_lock<std::mutex>& lock, std::condition_variable& cv,
                   std::chrono::steady_clock::time_point deadline, Ready ready) {
+  WaitPacer pacer;
   while (!ready()) {
     const auto now = std::chrono::steady_clock::now();
     if (now >= deadline) return false;
-    cv.wait_until(lock, std::min(deadline, now + kWaitSlice), ready);
-    if (ready()) return true;
-    lock.unlock();
-    RunWaitHook();
-    lock.lock();
+    if (now >= pacer.due()) {
+      lock.unlock();
+      RunWaitHook();
+      lock.lock();
+      continue;
+    }
+    cv.wait_until(lock, std::min(deadline, pacer.due()), ready);
   }
   return true;
 }
