@@ -13,6 +13,7 @@
 #include "app/message_box.h"
 #include "calib/orientation_bar.h"
 #include "calib/status_panel.h"
+#include "link/event_loop_wait.h"
 #include "link/tracker_check.h"
 #include "trackers/tracker_bar.h"
 #include "view/gl_view.h"
@@ -212,6 +213,7 @@ void CalibMainWindow::updateControls() {
 }
 
 void CalibMainWindow::sl_ZorTimerEvent() {
+  if (InsideLinkWait()) return;  // a connect or request is under way beneath us
   if (session().connected()) {
     // The calibration takes the frame as it came; only then does the view
     // filter it for showing and add it to the trails.

@@ -3,10 +3,13 @@
 // wand, calibrate, read the passes in the status panel, check the cameras
 // against the simulation's truth, save, and find the calibration kept after
 // the server restarts. With raw recording on, the capture's file replays into
-// a fresh server and calibrates to the same cameras. Heavy (SERIAL).
+// a fresh server and calibrates to the same cameras. A server killed mid-stream
+// or mid-calibration is reported and reconnected. Heavy (SERIAL).
 #include <QPixmap>
+#include <QStatusBar>
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "app/calibration_zord_support.h"
 #include "zorsock/rpd_file.h"
@@ -145,6 +148,39 @@ TEST_F(CalibrationZordTest, ARecordedCaptureReplaysIntoAFreshServerToTheSameCame
     for (int k = 0; k < 7; ++k) EXPECT_NEAR(second[i].pose[k], first[i].pose[k], 1e-5) << i;
   window.reset();
   std::filesystem::current_path(previous);
+}
+
+// zord killed while it streams, then again while it calibrates: each time the
+// window says why, and connecting to the restarted server defines the same
+// trackers there again and frames flow.
+TEST_F(CalibrationZordTest, KilledServerIsReportedAndReconnectedWithTheTrackers) {
+  auto zord = StartZord();
+  auto window = OpenWindow(zord->address(), false);
+  auto serverTrackers = [&] {
+    std::set<int> ids;
+    const json status = Control(zord->address(), {{"cmd", "status"}});
+    for (const json& t : status["trackers"]) ids.insert(t["id"].get<int>());
+    return ids;
+  };
+  ASSERT_NO_FATAL_FAILURE(Connect(*window));
+  const std::set<int> trackers = serverTrackers();
+  ASSERT_TRUE(trackers.count(1) && trackers.count(2));
+  for (const bool calibrating : {false, true}) {
+    if (calibrating) {
+      ASSERT_NO_FATAL_FAILURE(CaptureWand(*window, 2));
+      window->qualityBox()->setCurrentIndex(5);  // "Exhaustive": still busy when killed
+      window->entry(CalibMainWindow::kCalibrate)->trigger();
+      ASSERT_TRUE(Calib(*window).calibrating);
+    }
+    zord->Kill();
+    ASSERT_TRUE(RunUntil([&] { return !window->session().connected(); }, 15000)) << calibrating;
+    EXPECT_EQ(window->statusBar()->currentMessage(), "disconnected: Connection Lost");
+    ASSERT_TRUE(zord->Restart()) << zord->error();
+    ASSERT_NO_FATAL_FAILURE(Connect(*window));
+    EXPECT_EQ(serverTrackers(), trackers) << calibrating;
+  }
+  EXPECT_FALSE(Calib(*window).calibrating);
+  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "app/client_options.h"
 #include "app/message_box.h"
+#include "link/event_loop_wait.h"
 #include "view/gl_view.h"
 
 namespace {
@@ -25,9 +26,11 @@ ZorViewWindow::ZorViewWindow(QWidget* parent, const char* name, std::unique_ptr<
   createSettingsDock(settingsOptions);
   createStatusBar();
   startRedrawTimer(fps);
+  KeepEventLoopWhileWaiting(true);
 }
 
 ZorViewWindow::~ZorViewWindow() {
+  KeepEventLoopWhileWaiting(false);
   if (session_->connected()) session_->Done();
 }
 

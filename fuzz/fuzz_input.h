@@ -16,6 +16,13 @@ std::string ScratchFile(const std::string& name, const uint8_t* data, size_t siz
 // Aborts with `what` on stderr unless `ok`.
 void Require(bool ok, const char* what);
 
+// The wire harnesses: the first byte picks which of `count` decoders gets the
+// rest of the input; `run(which, p, n)`.
+template <typename Run>
+void PickDecoder(const uint8_t* data, size_t size, int count, Run run) {
+  if (size >= 1) run(data[0] % count, data + 1, size - 1);
+}
+
 // For message codecs: whatever decodes, encoded (a message whose payload
 // starts `skip` bytes in) decodes again and encodes to the same bytes.
 template <typename Decode, typename Encode>

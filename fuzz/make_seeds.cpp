@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
   Seed("wire_client", "frame", 3, wire::EncodeFrame(f));
   Seed("wire_client", "cameras", 4, wire::EncodeCameras({camera, camera}));
   Seed("wire_client", "answer", 5, wire::EncodeAnswer({"", 3020, "zord 0.1  seed"}), 0);
+  Seed("wire_client", "calib_message", 6, wire::EncodeCalibMessage("pass 1 success. 0.21"));
 
   wire::Bytes recording = zorsock::rpd::EncodeFileHeader(raw);
   for (int i = 0; i < 3; ++i) {

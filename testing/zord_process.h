@@ -44,6 +44,7 @@ class ZordProcess {
   void Kill();         // SIGKILL: the server dies without a word
   bool Restart();      // Stop() then Start() on the same ports and state file
   bool running() const { return pid_ > 0; }
+  pid_t pid() const { return pid_; }  // for signals of a test's own (SIGSTOP, SIGCONT)
 
   int port() const { return port_; }
   int discovery_port() const { return discovery_port_; }

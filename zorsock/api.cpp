@@ -1,6 +1,7 @@
 // The zor* C functions over the one global connection. Calls are expected
 // from one thread; a mutex still keeps zorDone from pulling the connection
-// from under a call made elsewhere.
+// from under a call made elsewhere. It is recursive because a waiting call
+// runs the caller's wait hook, from which the caller may make further calls.
 #include <algorithm>
 #include <atomic>
 #include <cmath>
@@ -10,6 +11,7 @@
 #include "zorsock/feedback_wire.h"
 #include "zorsock/library.h"
 #include "zorsock/transform.h"
+#include "zorsock/wait.h"
 #include "zorsock/zorsock.h"
 
 namespace zorsock {
@@ -17,7 +19,7 @@ namespace zorsock {
 namespace {
 
 struct Library {
-  std::mutex mu;
+  std::recursive_mutex mu;
   std::unique_ptr<Connection> connection;
   ErrorQueue errors;
   std::atomic<int> status{1};
@@ -153,6 +155,8 @@ extern "C" {
 
 int zorInit(const char* server, unsigned int flags) {
   Library& lib = Lib();
+  // From a wait hook, a call is under way: the connection is not ours to replace.
+  if (CallWaiting()) return Failed(ZOR_NO_ERROR, ZOR_ERR_ALREADY_CONNECTED);
   std::lock_guard lock(lib.mu);
   if (lib.connection) {
     if (lib.connection->open()) return Failed(ZOR_NO_ERROR, ZOR_ERR_ALREADY_CONNECTED);
@@ -169,6 +173,7 @@ int zorInit(const char* server, unsigned int flags) {
 
 void zorDone(void) {
   Library& lib = Lib();
+  if (CallWaiting()) return;  // the waiting call still uses the connection
   std::lock_guard lock(lib.mu);
   lib.connection.reset();
   Succeed();
@@ -234,6 +239,12 @@ int zorGetString(int code, char* buffer) {
   // connect: no connection is then no error of its own.
   const bool server_string = code == ZOR_SERVER_NAME || code == ZOR_CALIB_MESSAGE;
   if (!Lib().connection) return Failed(server_string ? ZOR_NOT_CONNECTED : ZOR_NO_ERROR, 0);
+  if (code == ZOR_CALIB_MESSAGE) {
+    // The server pushes these with the stream: asked for every frame, they are
+    // answered here without a round trip.
+    std::string text;
+    return Succeed(Lib().connection->TakeCalibMessage(&text) ? CopyString(text, buffer) : 0);
+  }
   auto reply = Ask(MakeRequest(wire::Op::kGetString, 0, code));
   if (!reply) return -1;
   return CopyString(reply->text, buffer);

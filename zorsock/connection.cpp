@@ -1,12 +1,17 @@
 #include "zorsock/connection.h"
 
 #include "zorsock/dial.h"
+#include "zorsock/wait.h"
 
 namespace zorsock {
 
 bool ConnectionOptions::Check(std::string* why) const {
   if (connect_timeout.count() <= 0 || reply_timeout.count() <= 0) {
     if (why) *why = "time-outs must be positive";
+    return false;
+  }
+  if (calib_messages < 1) {
+    if (why) *why = "the calibration message queue needs room for one";
     return false;
   }
   if (frame_queue < 2 || frame_queue_bytes < wire::kMaxMessage) {
@@ -74,6 +79,14 @@ std::vector<ZORCamera> Connection::cameras() const {
   return cameras_;
 }
 
+bool Connection::TakeCalibMessage(std::string* text) {
+  std::lock_guard lock(mu_);
+  if (calib_messages_.empty()) return false;
+  *text = std::move(calib_messages_.front());
+  calib_messages_.pop_front();
+  return true;
+}
+
 void Connection::ReadHeader() {
   asio::async_read(socket_, asio::buffer(header_bytes_), [this](std::error_code ec, size_t) {
     if (ec) return Fail(ZOR_CONNECTION_LOST);
@@ -119,6 +132,14 @@ void Connection::Dispatch(wire::Type type) {
         it->second = std::move(*reply);
       }
       replied_.notify_all();
+      break;
+    }
+    case wire::Type::kCalibMessage: {
+      auto text = wire::DecodeCalibMessage(p, n);
+      if (!text) return Fail(ZOR_PROTOCOL_ERROR);
+      std::lock_guard lock(mu_);
+      if (calib_messages_.size() >= options_.calib_messages) calib_messages_.pop_front();
+      calib_messages_.push_back(std::move(*text));
       break;
     }
     case wire::Type::kFinished:
@@ -169,8 +190,9 @@ std::optional<wire::Reply> Connection::Call(wire::Request request, int* error) {
   auto bytes = std::make_shared<const wire::Bytes>(wire::EncodeRequest(request));
   asio::post(io_, [this, bytes] { Send(bytes); });
 
-  const bool answered = replied_.wait_for(lock, options_.reply_timeout,
-                                          [&] { return slot->second.has_value() || !open_; });
+  // The hook may make further calls meanwhile: they take their own slots.
+  const bool answered = WaitWithHook(lock, replied_, Clock::now() + options_.reply_timeout,
+                                     [&] { return slot->second.has_value() || !open_; });
   std::optional<wire::Reply> reply = std::move(slot->second);
   waiting_.erase(slot);
   if (reply) return reply;

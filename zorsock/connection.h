@@ -25,6 +25,7 @@ struct ConnectionOptions {
   std::chrono::milliseconds reply_timeout{ZOR_REPLY_TIMEOUT_MS};
   size_t frame_queue = 2048;  // frames kept for the caller before the oldest go
   size_t frame_queue_bytes = FrameQueue::kDefaultMaxBytes;  // and their records' bytes
+  size_t calib_messages = 1024;  // pushed calibration messages kept until read
   std::string identity = "zorsock";
   bool Check(std::string* why) const;
 };
@@ -47,6 +48,9 @@ class Connection {
 
   FrameQueue& frames() { return frames_; }
   std::vector<ZORCamera> cameras() const;
+  // The oldest calibration message the server pushed and the caller has not
+  // taken; false when there is none.
+  bool TakeCalibMessage(std::string* text);
   const std::string& description() const { return description_; }
   bool open() const;
 
@@ -82,6 +86,7 @@ class Connection {
   uint32_t next_seq_ = 0;
   std::map<uint32_t, std::optional<wire::Reply>> waiting_;  // by sequence number
   std::vector<ZORCamera> cameras_;
+  std::deque<std::string> calib_messages_;  // bounded: the oldest give way
 };
 
 }  // namespace zorsock

@@ -1,7 +1,13 @@
 #include "zorsock/dial.h"
 
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <thread>
+#include <vector>
 
+#include "zorsock/wait.h"
 #include "zorsock/zorsock.h"
 
 namespace zorsock {
@@ -11,7 +17,16 @@ std::error_code Dialer::RunUntil(Clock::time_point deadline, Start start) {
   std::optional<std::error_code> result;
   io_.restart();
   start([&result](std::error_code ec) { result = ec; });
-  while (!result && io_.run_one_until(deadline) > 0) {
+  // In slices, so the caller's wait hook runs between them.
+  WaitPacer pacer;
+  while (!result && !io_.stopped()) {
+    const auto now = Clock::now();
+    if (now >= deadline) break;
+    if (now >= pacer.due()) {
+      RunWaitHook();
+      continue;
+    }
+    io_.run_one_until(std::min(deadline, pacer.due()));
   }
   if (result) return *result;
   // Time is up: closing the socket makes the pending operation finish now.
@@ -22,12 +37,51 @@ std::error_code Dialer::RunUntil(Clock::time_point deadline, Start start) {
   return asio::error::timed_out;
 }
 
+namespace {
+
+// The system resolver may block for as long as it likes, so it runs on a
+// thread of its own; a caller that stops waiting leaves it to finish alone.
+struct Lookup {
+  std::mutex mu;
+  std::condition_variable done_cv;
+  bool done = false;
+  std::error_code error;
+  std::vector<asio::ip::tcp::endpoint> endpoints;
+};
+
+std::error_code Resolve(const ServerAddress& address, Clock::time_point deadline,
+                        std::vector<asio::ip::tcp::endpoint>* endpoints) {
+  std::error_code ec;
+  const auto ip = asio::ip::make_address(address.host, ec);
+  if (!ec) {  // given as a number: nothing to look up
+    endpoints->assign(1, asio::ip::tcp::endpoint(ip, address.port));
+    return {};
+  }
+  auto lookup = std::make_shared<Lookup>();
+  std::thread([lookup, host = address.host, port = std::to_string(address.port)] {
+    asio::io_context io;
+    asio::ip::tcp::resolver resolver(io);
+    std::error_code error;
+    auto found = resolver.resolve(host, port, error);
+    std::lock_guard lock(lookup->mu);
+    lookup->error = error;
+    for (const auto& entry : found) lookup->endpoints.push_back(entry.endpoint());
+    lookup->done = true;
+    lookup->done_cv.notify_all();
+  }).detach();
+  std::unique_lock lock(lookup->mu);
+  if (!WaitWithHook(lock, lookup->done_cv, deadline, [&] { return lookup->done; }))
+    return asio::error::timed_out;
+  *endpoints = lookup->endpoints;
+  return lookup->error;
+}
+
+}  // namespace
+
 int Dialer::Connect(const ServerAddress& address, Clock::time_point deadline) {
-  // The system resolver is synchronous and bounded by its own time-outs;
-  // addresses given as numbers resolve at once.
-  asio::ip::tcp::resolver resolver(io_);
-  std::error_code resolved;
-  const auto endpoints = resolver.resolve(address.host, std::to_string(address.port), resolved);
+  std::vector<asio::ip::tcp::endpoint> endpoints;
+  const std::error_code resolved = Resolve(address, deadline, &endpoints);
+  if (resolved == asio::error::timed_out) return ZOR_ERR_TIMED_OUT;
   if (resolved || endpoints.empty()) return ZOR_ERR_RESOLVE;
   if (Clock::now() >= deadline) return ZOR_ERR_TIMED_OUT;
 

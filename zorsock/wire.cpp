@@ -103,7 +103,7 @@ std::optional<T> Checked(const Reader& r, T value) {
 
 bool KnownType(uint16_t type) {
   return type >= static_cast<uint16_t>(Type::kHello) &&
-         type <= static_cast<uint16_t>(Type::kRawEnd);
+         type <= static_cast<uint16_t>(Type::kCalibMessage);
 }
 
 bool KnownOp(uint16_t op) {
@@ -290,6 +290,19 @@ std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n) 
 }
 
 Bytes EncodeFinished() { return Writer(Type::kFinished).Finish(); }
+
+Bytes EncodeCalibMessage(std::string_view text) {
+  Writer w(Type::kCalibMessage);
+  w.PutText(text.substr(0, ZOR_STRING_MAX - 1));
+  return w.Finish();
+}
+
+std::optional<std::string> DecodeCalibMessage(const uint8_t* p, size_t n) {
+  Reader r(p, n);
+  std::string text = r.GetText();
+  if (text.size() >= ZOR_STRING_MAX) return std::nullopt;
+  return Checked(r, std::move(text));
+}
 
 Bytes EncodeRawHeader(const RawHeader& m) {
   Writer w(Type::kRawHeader);

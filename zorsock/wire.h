@@ -39,6 +39,7 @@ enum class Type : uint16_t {
   kRawHeader = 9,  // raw data: the cameras of a recording (server -> client, or client -> server)
   kRawFrame = 10,  // raw data: one frame's 2D detections
   kRawEnd = 11,    // raw data, client -> server: the recording is complete
+  kCalibMessage = 12,  // server -> client: one calibration progress message, pushed
 };
 
 // Who is connecting: a zor* client session, or a one-shot operator control
@@ -157,6 +158,7 @@ Bytes EncodeReply(const Reply& m);
 Bytes EncodeFrame(const Frame& m);
 Bytes EncodeCameras(const std::vector<ZORCamera>& cameras);
 Bytes EncodeFinished();
+Bytes EncodeCalibMessage(std::string_view text);
 
 Bytes EncodeRawHeader(const RawHeader& m);
 Bytes EncodeRawFrame(const RawFrame& m);
@@ -171,6 +173,7 @@ std::optional<Request> DecodeRequest(const uint8_t* p, size_t n);
 std::optional<Reply> DecodeReply(const uint8_t* p, size_t n);
 std::optional<Frame> DecodeFrame(const uint8_t* p, size_t n);
 std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n);
+std::optional<std::string> DecodeCalibMessage(const uint8_t* p, size_t n);
 // Raw data decoders also check the values: 1..kMaxRawCameras cameras of
 // non-zero size; at most kMaxRawImages finite detections a frame, of cameras
 // below `cameras` and LEDs >= 0.

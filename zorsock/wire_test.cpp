@@ -125,6 +125,10 @@ TEST(Wire, TruncatedOrPaddedPayloadsAreRejected) {
   Bytes padded(p, p + n);
   padded.push_back(0);
   EXPECT_FALSE(DecodeFrame(padded.data(), padded.size()));
+  // A calibration message is cut to what zorGetString can hand out.
+  const auto text = RoundTrip(EncodeCalibMessage(std::string(ZOR_STRING_MAX + 9, 'x') + "end"),
+                              Type::kCalibMessage, DecodeCalibMessage);
+  EXPECT_EQ(text, std::string(ZOR_STRING_MAX - 1, 'x'));
 }
 
 TEST(Wire, HostileCountsDoNotAllocateAndUnknownOpsAreRejected) {

@@ -1,7 +1,7 @@
 // Processes killed (SIGKILL) at random moments while they write files. zord
 // saving the calibration, 100 times: the state file is always the last
-// confirmed save or the one in progress, never broken, and the next start
-// loads it. A client recording raw data: the file it leaves is read or
+// confirmed save or the one in progress, never broken, the next start loads
+// it, and no temporary file is left beside it. A client recording raw data: the file it leaves is read or
 // refused with the reason, never a crash. Heavy (SERIAL).
 #include <signal.h>
 #include <sys/wait.h>
@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <random>
 #include <thread>
 
@@ -59,6 +60,11 @@ TEST_F(CalibrationKill, ASaveCutByAKillLeavesTheOldOrTheNewState) {
     ASSERT_TRUE(zord_->Start()) << zord_->error();
   }
   EXPECT_GT(confirmed, 100);  // the kills really fell among saves
+  // Nor do the cut saves leave temporary files beside the state.
+  const std::filesystem::path state(zord_->state_file());
+  for (const auto& entry : std::filesystem::directory_iterator(state.parent_path()))
+    EXPECT_NE(entry.path().filename().string().rfind("." + state.filename().string(), 0), 0u)
+        << entry.path();
 }
 
 TEST_F(CalibrationKill, ARecordingCutByAKillIsReadOrRefusedWithTheReason) {

@@ -200,26 +200,39 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents, s
   hidden += target.filename().string();
   hidden += ".XXXXXX";
   std::string temp = (folder / hidden).string();
-  const int fd = mkstemp(temp.data());
-  if (fd < 0) return Fail(error, temp);
-  fchmod(fd, 0644);  // mkstemp makes it private; the file is not secret
+  // The contents go first into a file without a name: a process killed while
+  // writing leaves nothing behind. It gets its temporary name only when whole,
+  // just before it takes the target's. File systems without unnamed files get
+  // a named temporary from the start.
+  int fd = open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+  const bool unnamed = fd >= 0;
+  if (!unnamed) {
+    fd = mkstemp(temp.data());
+    if (fd < 0) return Fail(error, temp);
+    fchmod(fd, 0644);  // mkstemp makes it private; the file is not secret
+  }
+  auto give_up = [&](const std::string& what) {
+    Fail(error, what);
+    close(fd);
+    if (!unnamed) unlink(temp.c_str());
+    return false;
+  };
   size_t written = 0;
   while (written < contents.size()) {
     const ssize_t n = write(fd, contents.data() + written, contents.size() - written);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      Fail(error, temp);
-      close(fd);
-      unlink(temp.c_str());
-      return false;
-    }
+    if (n <= 0) return give_up(temp);
     written += static_cast<size_t>(n);
   }
-  if (fsync(fd) != 0) {
-    Fail(error, temp);
-    close(fd);
-    unlink(temp.c_str());
-    return false;
+  if (fsync(fd) != 0) return give_up(temp);
+  if (unnamed) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    for (int attempt = 0;; ++attempt) {  // a free temporary name, as mkstemp would pick
+      temp = (folder / hidden).string();
+      temp.replace(temp.size() - 6, 6, std::to_string(100000 + (getpid() + attempt * 7919) % 900000));
+      if (linkat(AT_FDCWD, self.c_str(), AT_FDCWD, temp.c_str(), AT_SYMLINK_FOLLOW) == 0) break;
+      if (errno != EEXIST || attempt > 100) return give_up(temp);
+    }
   }
   close(fd);
   if (rename(temp.c_str(), path.c_str()) != 0) {

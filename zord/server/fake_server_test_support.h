@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -28,6 +29,7 @@ class FakeEngine : public Engine {
 
   mutable std::mutex mu;
   std::vector<float> last_marker_floats;
+  std::deque<std::string> calib_messages{"pass 1 success."};  // pushed to clients
   std::vector<ZORCamera> cameras{{0, {0, 0, 1000, 1, 0, 0, 0}, 1, 0}, {1, {500, 0, 0, 1, 0, 0, 0}, 1, 0}};
 
   void Step(int32_t number, double, int64_t time_us, FrameData& out) override {
@@ -78,7 +80,12 @@ class FakeEngine : public Engine {
   int GetInts(const ClientContext&, int, std::vector<int32_t>&) override { return ZOR_INVALID_ENUM; }
   int GetString(const ClientContext&, int code, std::string& out) override {
     if (code != ZOR_CALIB_MESSAGE) return ZOR_INVALID_ENUM;
-    out = "pass 1 success.";
+    std::lock_guard lock(mu);
+    out.clear();
+    if (!calib_messages.empty()) {
+      out = calib_messages.front();
+      calib_messages.pop_front();
+    }
     return ZOR_NO_ERROR;
   }
   std::string Control(const std::string& request_json) override {

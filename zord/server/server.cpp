@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -79,7 +80,10 @@ Server::Server(Engine& engine, ServerOptions options)
       clock_(engine, options_.frequency,
              FrameClock::Hooks{[this] { return WantedKinds(); },
                                [this](std::shared_ptr<FrameData> f) { Publish(std::move(f)); },
-                               [this] { WatchCameras(); }}),
+                               [this] {
+                                 WatchCameras();
+                                 PushCalibMessages();
+                               }}),
       handler_(engine, clock_, ServerDescription(options_.name), [this] {
         const ServerStats s = stats();
         return nlohmann::json{{"sessions", s.sessions},
@@ -284,6 +288,7 @@ void Server::OnRequest(const std::shared_ptr<Session>& session, wire::Request re
       Log(std::string("request failed: ") + e.what());
       reply.status = ZOR_INVALID_OPERATION;
     }
+    PushCalibMessages();  // what the request caused arrives before its reply
     asio::post(io_, [session, reply = std::move(reply)] { session->SendReply(reply); });
   });
 }
@@ -341,6 +346,7 @@ void Server::Publish(std::shared_ptr<FrameData> frame) {
     ++frames_dropped_;
     return;
   }
+  PushCalibMessages();
   ++frames_in_flight_;
   bytes_in_flight_ += bytes;
   asio::post(io_, [this, frame = std::move(frame), bytes] {
@@ -388,6 +394,28 @@ void Server::WatchCameras() {
       if (session->admitted() && session->client()) session->SendMessage(message);
     }
   });
+}
+
+void Server::PushCalibMessages() {
+  // Bounded per call: an engine that always has a message cannot hold us here.
+  constexpr int kMaxPerCall = 64;
+  // Without a client the messages wait in the engine for the next one.
+  const auto sessions = Sessions();
+  if (std::none_of(sessions.begin(), sessions.end(),
+                   [](const auto& s) { return s->admitted() && s->client(); }))
+    return;
+  std::lock_guard lock(calib_messages_mu_);
+  for (int i = 0; i < kMaxPerCall; ++i) {
+    std::string text;
+    if (engine_.GetString(ClientContext{}, ZOR_CALIB_MESSAGE, text) != ZOR_NO_ERROR || text.empty())
+      return;
+    auto message = std::make_shared<const wire::Bytes>(wire::EncodeCalibMessage(text));
+    asio::post(io_, [this, message] {
+      for (const auto& session : Sessions()) {
+        if (session->admitted() && session->client()) session->SendMessage(message);
+      }
+    });
+  }
 }
 
 }  // namespace zord

@@ -77,6 +77,10 @@ class Server : private SessionHost {
   void Publish(std::shared_ptr<FrameData> frame);    // clock thread
   void SendFrame(const FrameData& frame);            // I/O thread
   void WatchCameras();                               // clock thread
+  // Sends the engine's queued calibration messages to every client session;
+  // any thread. Called with each frame, periodically and before each reply,
+  // so a client reads them from its own queue without asking.
+  void PushCalibMessages();
   void Log(const std::string& line) const;
 
   Engine& engine_;
@@ -108,6 +112,7 @@ class Server : private SessionHost {
 
   // Cameras: the clock thread watches them; sessions get the latest on connect.
   std::mutex cameras_mu_;
+  std::mutex calib_messages_mu_;  // keeps messages in order across threads
   std::shared_ptr<const zorsock::wire::Bytes> cameras_message_;
   std::vector<ZORCamera> last_cameras_;
   std::chrono::steady_clock::time_point last_cameras_sent_;

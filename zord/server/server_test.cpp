@@ -8,6 +8,7 @@
 
 #include "zord/server/fake_server_test_support.h"
 #include "zorsock/control.h"
+#include "zorsock/wait.h"
 
 namespace zord {
 namespace {
@@ -167,15 +168,29 @@ TEST_F(ServerTest, ScaleAndPoseApplyBothWays) {
   EXPECT_EQ(zorGetError(), ZOR_INVALID_VALUE);
 }
 
-TEST_F(ServerTest, ASlowReplyTimesOutAndEndsTheLink) {
+// While it waits, the call runs the caller's hook: calls from there work, but
+// none may replace or end the connection under it.
+TEST_F(ServerTest, ASlowReplyRunsTheWaitHookThenTimesOutAndEndsTheLink) {
   zorsock::ConnectionOptions options;
-  options.reply_timeout = std::chrono::milliseconds(300);
+  options.reply_timeout = std::chrono::milliseconds(800);
   zorsock::SetConnectionOptions(options);
   ASSERT_GE(Connect(), 0);
   engine_.request_delay_ms = 1500;
+  int hooked = 0;
+  zorsock::SetWaitHook([&] {
+    EXPECT_TRUE(zorsock::CallWaiting());
+    if (hooked++ != 15) return;  // by then the server has pushed its message
+    char text[ZOR_STRING_MAX];
+    EXPECT_EQ(zorGetString(ZOR_CALIB_MESSAGE, text), 15);
+    EXPECT_EQ(zorInit(Address().c_str(), 0), ZOR_ERR_ALREADY_CONNECTED);
+    zorDone();
+  });
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
+  zorsock::SetWaitHook(nullptr);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1400));
+  EXPECT_GT(hooked, 15);
+  EXPECT_FALSE(zorsock::CallWaiting());
   EXPECT_EQ(zorGetError(), ZOR_TIMED_OUT);
   EXPECT_EQ(zorTracker(1, ZOR_ON), 0);
   EXPECT_EQ(zorGetError(), ZOR_NOT_CONNECTED);
