@@ -18,6 +18,7 @@
 #include "zord/room/detect.h"
 #include "zord/room/message_queue.h"
 #include "zord/server/engine.h"
+#include "zorsock/activity.h"
 #include "zord/room/operator.h"
 #include "zord/room/recon.h"
 #include "zord/room/scene.h"
@@ -33,6 +34,7 @@ struct SimOptions {
   std::string truth_out;         // write the truth here at start
   uint64_t seed = 1;             // noise and drop-outs
   double noise_px = -1;          // pixel noise sigma; < 0: the scene's
+  bool follow = false;           // the operator starts in follow mode
   bool Check(std::string* why) const;
 };
 
@@ -94,6 +96,7 @@ class SimEngine : public Engine {
   // Call with mutex_ held.
   void RebuildRig();
   int NeedCalibration(const ClientContext& who) const;
+  int NoteActivity(const ClientContext& who, int activity);
   int StartCalibration(const ClientContext& who, int quality);
   void FinishCalibration(const CalibrationResult& result, int session);
   // Cancels a running calibration whose result would no longer apply.
@@ -144,6 +147,9 @@ class SimEngine : public Engine {
   MessageQueue messages_;
   int32_t last_frame_ = -1;
   int cameras_moved_ = 0;  // the operator's count of bumps the detector has seen
+  // The last ZOR_CLIENT_ACTIVITY notice and the session that sent it.
+  int activity_ = ZOR_ACTIVITY_IDLE;
+  std::optional<int> activity_owner_;
 
   // Clock thread only.
   Detector detector_;
