@@ -147,7 +147,6 @@ json Operator::Handle(const json& request) {
     SetFollow(request.at("on").get<bool>());
     return {{"ok", true}, {"follow", following_}};
   }
-  if (cmd == "wand" || cmd == "body") following_ = false;  // told what to do instead
   if (cmd == "wand") {
     const std::string mode = Mode(request);
     if (mode == "wave") {
@@ -163,6 +162,7 @@ json Operator::Handle(const json& request) {
     } else {
       throw std::runtime_error("wand mode must be wave or rest");
     }
+    following_ = false;  // told what to do instead
     return {{"ok", true}, {"wand", wand_waving_ ? "wave" : "rest"}};
   }
   if (cmd == "body") {
@@ -187,6 +187,7 @@ json Operator::Handle(const json& request) {
     } else {
       throw std::runtime_error("body mode must be move or rest");
     }
+    following_ = false;
     return {{"ok", true}, {"index", index}, {"body", body_moving_[index] ? "move" : "rest"}};
   }
   if (cmd == "led") {

@@ -85,9 +85,9 @@ TEST(Operator, FollowsTheClientsWork) {
   const int spots[3] = {13, 15, 16};  // the frame's corner, X arm end, Z arm end
   for (int k = 0; k < 3; ++k) {
     op.SetCues({false, k});
-    op.Advance(0.5);
+    run(0.5);
     EXPECT_GT((op.WandPose().position - led(spots[k])).norm(), 50) << k;  // still on the way
-    run(1.5);
+    run(1.5);  // the walk takes 1.5 s
     EXPECT_EQ(op.WandPose().position, led(spots[k])) << k;
   }
   op.SetCues({false, 3});
