@@ -94,7 +94,8 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
   // The LEDs' true world positions (mm) by id.
   static std::map<int, Vector3d> TruthLeds(const std::string& truthFile) {
     std::map<int, Vector3d> led;
-    for (const json& l : json::parse(std::ifstream(truthFile))["leds"]) {
+    const json truth = json::parse(std::ifstream(truthFile));
+    for (const json& l : truth["leds"]) {
       const auto p = l["position"].get<std::vector<double>>();
       led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
     }
