@@ -91,6 +91,45 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
     const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
     ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
   }
+  // The LEDs' true world positions (mm) by id.
+  static std::map<int, Vector3d> TruthLeds(const std::string& truthFile) {
+    std::map<int, Vector3d> led;
+    const json truth = json::parse(std::ifstream(truthFile));
+    for (const json& l : truth["leds"]) {
+      const auto p = l["position"].get<std::vector<double>>();
+      led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
+    }
+    return led;
+  }
+  // After saving a wand alignment on the frame's corner, X arm and Z arm the
+  // server reports the frame: corner at the origin, X arm on +X, the Z arm
+  // on the +Z side, every LED on the floor, the cameras above it and where
+  // the truth has them.
+  void ExpectRoomOnTheFrame(CalibMainWindow& window, const std::string& address,
+                            const std::string& truthFile) {
+    ASSERT_NO_FATAL_FAILURE(Settle(window, address));
+    const json truth = json::parse(std::ifstream(truthFile));
+    const Vector3d corner = TruthLeds(truthFile).at(kOrigin);
+    const auto pose = truth["align"]["pose"].get<std::vector<double>>();
+    const Eigen::Quaterniond frameRotation(pose[3], pose[4], pose[5], pose[6]);
+    const Vector3d origin = MeanMarker(window, kOrigin);
+    EXPECT_LT(origin.norm(), 1.0) << origin.transpose();
+    const Vector3d onX = MeanMarker(window, kOnX), onZ = MeanMarker(window, kOnZ);
+    EXPECT_GT(onX.x(), 690);
+    EXPECT_LT(Eigen::Vector2d(onX.y(), onX.z()).norm(), 2.0) << onX.transpose();
+    EXPECT_GT(onZ.z(), 490);
+    for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(window, id).y(), 0.0, 2.0) << id;
+    const float scale = window.session().scale;
+    const auto& cameras = window.session().cameras;
+    ASSERT_EQ(cameras.size(), size_t(zortest::kCameras));
+    for (size_t i = 0; i < cameras.size(); ++i) {
+      const auto p = truth["cameras"][i]["pose"].get<std::vector<double>>();
+      const Vector3d shown = Vector3d(cameras[i].pose[0], cameras[i].pose[1], cameras[i].pose[2]) / scale;
+      EXPECT_GT(shown.y(), 1000) << i;
+      const Vector3d inFrame = frameRotation.conjugate() * (Vector3d(p[0], p[1], p[2]) - corner);
+      EXPECT_LT((shown - inFrame).norm(), 10.0) << i;
+    }
+  }
 };
 
 TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame) {
@@ -104,18 +143,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
   CalibSession& calib = Calib(*window);
 
-  // The truth: the frame's LEDs in the world, and where the cameras stand.
-  const json truth = json::parse(std::ifstream(truthFile));
-  std::map<int, Vector3d> led;
-  for (const json& l : truth["leds"]) {
-    const auto p = l["position"].get<std::vector<double>>();
-    led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
-  }
-  const auto pose = truth["align"]["pose"].get<std::vector<double>>();
-  const Eigen::Quaterniond frameRotation(pose[3], pose[4], pose[5], pose[6]);
-  const auto inFrame = [&](const Vector3d& world) {  // world mm to the frame's own coordinates
-    return frameRotation.conjugate() * (world - led[kOrigin]);
-  };
+  const std::map<int, Vector3d> led = TruthLeds(truthFile);
 
   // Kind 3: the wand rests at the frame's corner, then on its X arm, then on
   // its Z arm, waved in between; the window takes each place by itself.
@@ -123,7 +151,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   window->sl_Align();
   ASSERT_TRUE(calib.aligning);
   for (int corner : {kOrigin, kOnX, kOnZ}) {
-    Rest(zord->address(), led[corner]);
+    Rest(zord->address(), led.at(corner));
     const int before = calib.alignPointCount();
     ASSERT_TRUE(RunUntil([&] { return calib.alignPointCount() == before + 1; }, 30000)) << corner;
     if (corner == kOnX) Shot(*window, "alignment-wand.png");
@@ -132,32 +160,12 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   }
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
   Save(*window);
-  ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
-
-  // The server now reports the frame: corner at the origin, X arm on +X,
-  // the Z arm on the +Z side, every LED on the floor, the cameras above it
-  // and where the truth has them.
-  const Vector3d origin = MeanMarker(*window, kOrigin);
-  EXPECT_LT(origin.norm(), 1.0) << origin.transpose();
-  const Vector3d onX = MeanMarker(*window, kOnX), onZ = MeanMarker(*window, kOnZ);
-  EXPECT_GT(onX.x(), 690);
-  EXPECT_LT(Eigen::Vector2d(onX.y(), onX.z()).norm(), 2.0) << onX.transpose();
-  EXPECT_GT(onZ.z(), 490);
-  for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(*window, id).y(), 0.0, 2.0) << id;
-  Rest(zord->address(), led[kOrigin]);
+  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truthFile));
+  Rest(zord->address(), led.at(kOrigin));
   ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   for (const ZORRigid& r : window->session().rigids) {
     if (r.id != CalibSession::kWandTrackerId) continue;
     EXPECT_LT(Vector3d(r.pose[0], r.pose[1], r.pose[2]).norm() / calib.scale, 1.0);
-  }
-  const auto& cameras = window->session().cameras;
-  ASSERT_EQ(cameras.size(), size_t(zortest::kCameras));
-  for (size_t i = 0; i < cameras.size(); ++i) {
-    const auto p = truth["cameras"][i]["pose"].get<std::vector<double>>();
-    const Vector3d shown = Vector3d(cameras[i].pose[0], cameras[i].pose[1], cameras[i].pose[2]) /
-                           calib.scale;
-    EXPECT_GT(shown.y(), 1000) << i;
-    EXPECT_LT((shown - inFrame(Vector3d(p[0], p[1], p[2]))).norm(), 10.0) << i;
   }
 
   // Kind 2: the same three LEDs picked with the mouse give the same frame:
@@ -210,6 +218,29 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   for (const auto& [id, at] : file)
     EXPECT_LT((MeanMarker(*window, id) - at).norm(), 1.0) << id;
   Shot(*window, "alignment-saved.png");
+  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
+}
+
+// With the operator following the client nobody drives the room: the wand
+// is waved while the capture runs and comes to rest at the frame's corner,
+// X arm and Z arm as the wand alignment asks for each.
+TEST_F(AlignmentZordTest, AFollowingOperatorPlaysAlongWithCalibrationAndAlignment) {
+  zortest::TempDir dir;
+  const std::string truthFile = dir.File("truth.json");
+  auto zord = StartZord({"--truth-out", truthFile, "--operator", "follow"});
+  auto window = OpenWindow(zord->address(), false);
+  ASSERT_NO_FATAL_FAILURE(Connect(*window));
+  EXPECT_EQ(Control(zord->address(), {{"cmd", "status"}})["follow"], true);
+  ASSERT_NO_FATAL_FAILURE(CaptureWand(*window, 8));
+  ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
+  Save(*window);
+  CalibSession& calib = Calib(*window);
+  window->entry(CalibMainWindow::kAlignWand)->trigger();
+  window->sl_Align();
+  ASSERT_TRUE(calib.aligning);
+  ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 60000)) << calib.alignPointCount();
+  Save(*window);
+  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truthFile));
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 

@@ -16,6 +16,7 @@
 #include "link/event_loop_wait.h"
 #include "link/tracker_check.h"
 #include "trackers/tracker_bar.h"
+#include "view/aiming_view.h"
 #include "view/gl_view.h"
 #include "view/preference_dialog.h"
 #include "widgets/embedded_images.h"
@@ -59,6 +60,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
 
 // The settings files are written on the way out, as the window closes.
 CalibMainWindow::~CalibMainWindow() {
+  aiming::Set(*view(), false);  // the view goes with the window; its own choice is saved
   saveViewSettings();
   if (orientationBar_) orientationBar_->saveDefaults(OrientationBar::defaultsFileName());
 }
@@ -240,11 +242,16 @@ void CalibMainWindow::sl_ZorTimerEvent() {
 }
 
 void CalibMainWindow::sl_ToggleAiming() {
-  aiming_ = !aiming_;
+  sl_EnableAiming(!aiming_);
   emit sg_AimingState(aiming_);
 }
 
-void CalibMainWindow::sl_EnableAiming(bool on) { aiming_ = on; }
+void CalibMainWindow::sl_EnableAiming(bool on) {
+  aiming_ = on;
+  aiming::Set(*view(), on);
+  emit view()->sg_SwitchesChanged();  // the "2D View" check mark
+  view()->update();
+}
 
 // Alignment works on the calibration the server has; a calibration starts
 // from a blank one. Either takes effect when the session next opens.

@@ -172,7 +172,9 @@ TEST_F(WindowTest, StatusFieldsInOrderAndWindowKeysReachTheirSlots) {
   QSignalSpy aiming(w.get(), &CalibMainWindow::sg_AimingState);
   QTest::keyClick(w.get(), Qt::Key_A);
   ASSERT_EQ(aiming.count(), 1);
-  EXPECT_TRUE(aiming.first().first().toBool() && w->aiming());
+  EXPECT_TRUE(aiming.first().first().toBool() && w->aiming() && w->view()->view2d());
+  QTest::keyClick(w.get(), Qt::Key_A);
+  EXPECT_FALSE(w->aiming() || w->view()->view2d());
   QTest::keyClick(w.get(), Qt::Key_F11);
   EXPECT_TRUE(w->fullScreenState() == 1 && w->menuBar()->isHidden());
   QTest::keyClick(w.get(), Qt::Key_F11);  // the key works with the menu bar hidden

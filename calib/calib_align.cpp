@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "calib/alignment_notice.h"
 #include "calib/calib_session.h"
 
 namespace {
@@ -34,6 +35,7 @@ bool CalibSession::setAlignKind(int32_t kind) {
   autoSnapshot = kind == 3;
   if (kind == 2 || kind == 3) alignIndices = {0, 1, 2};
   flipUp_ = false;
+  NoteAlignment(*this);
   return alignObjectPresent();
 }
 
@@ -50,11 +52,13 @@ int CalibSession::startAlignment() {
     aligning = true;
     stillness.Reset();
     showAlignObjectOnly(true);
+    NoteAlignment(*this);
     return 1;
   }
   aligning = false;
   aligned = true;
   showAlignObjectOnly(false);
+  NoteAlignment(*this);
   return -1;
 }
 
@@ -137,7 +141,9 @@ void CalibSession::clearAlignPoints() {
   alignWandPoints.clear();
   stillness.Reset();
   if (alignKind == 3) alignIndices = {0, 1, 2};
+  NoteAlignment(*this);
 }
+
 
 StillnessDetector::Step CalibSession::detectStillness() {
   const ZORRigid* only = nullptr;
@@ -158,5 +164,6 @@ StillnessDetector::Step CalibSession::detectStillness() {
   ZORMarker point{only->id, only->frame, at[0] + m[12], at[1] + m[13], at[2] + m[14], only->cond,
                   only->flag};
   alignWandPoints.push_back(point);
+  NoteAlignment(*this);
   return step;
 }

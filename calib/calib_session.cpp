@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "calib/alignment_notice.h"
 #include "link/capture_file.h"
 
 namespace {
@@ -70,6 +71,7 @@ int32_t CalibSession::open(const ConnectionSettings& settings, bool secondStream
   if (secondStream) zorSetInteger(kSecondStream, kOn);
   if (applySetting) SetFrequency(settings.frequency);
   running = 1;
+  NoteAlignment(*this, true);
   return ret;
 }
 
@@ -199,6 +201,7 @@ bool CalibSession::save() {
     aligned = true;
     aligning = false;
     showAlignObjectOnly(false);
+    NoteAlignment(*this);
   }
   // The shown cameras move with the saved transform before the server's next
   // report arrives.

@@ -1,4 +1,5 @@
 #include "link/zorsock_double.h"
+#include "zorsock/activity.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -131,6 +132,12 @@ int zorGetError(void) {
 
 int zorSetInteger(int code, int value) {
   return Record(Call("zorSetInteger", {code, value}), "zorSetInteger");
+}
+
+// A notice leaves the status and the errors alone, as the library's does.
+int zorNotify(int activity) {
+  state.calls.push_back(Call("zorNotify", {activity}));
+  return state.connected ? 1 : 0;
 }
 
 int zorSetFloat(int code, float value) {

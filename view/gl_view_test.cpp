@@ -9,6 +9,7 @@
 #include <QWidget>
 
 #include "link/zortk.h"
+#include "view/aiming_view.h"
 #include "view/gl_view.h"
 #include "view/synthetic_scene.h"
 #include "view/view_test_support.h"
@@ -167,6 +168,41 @@ TEST_F(ViewHarness, TwoDViewClickTogglesACamera) {
   QTest::qWait(250);
   QTest::mouseClick(view_, Qt::LeftButton, {}, QPoint(100, 100));
   EXPECT_FALSE(view_->selection().CameraSelected(0));
+}
+
+// Aiming shows the 2D view; a camera that sees nothing is framed in red, the
+// others in green. Turning it off brings back the view shown before.
+TEST_F(ViewHarness, AimingMarksACameraThatSeesNothing) {
+  SyntheticScene scene;
+  scene.markers = 5;
+  scene.cameras = 4;
+  scene.Fill(session_, 1);
+  std::erase_if(session_.images, [](const ZORImage& im) { return im.camera == 3; });
+  aiming::Set(*view_, true);
+  Repaint();
+  ASSERT_TRUE(view_->view2d());
+  // Pixels of a colour in a camera's cell (2 x 2 grid, camera 0 top left).
+  const QImage shot = view_->grabFramebuffer();
+  const auto count = [&](int cell, bool red) {
+    const int w = shot.width() / 2, h = shot.height() / 2;
+    int n = 0;
+    for (int y = (cell / 2) * h; y < (cell / 2 + 1) * h; ++y)
+      for (int x = (cell % 2) * w; x < (cell % 2 + 1) * w; ++x) {
+        const QColor c = shot.pixelColor(x, y);
+        n += red ? c.red() > 200 && c.green() < 90 : c.green() > 180 && c.red() < 120;
+      }
+    return n;
+  };
+  EXPECT_GT(count(3, true), 200);
+  EXPECT_EQ(count(3, false), 0);
+  EXPECT_GT(count(0, false), 200);
+  EXPECT_EQ(count(0, true), 0);
+  aiming::Set(*view_, false);
+  EXPECT_FALSE(view_->view2d() || aiming::On(*view_));
+  view_->sl_View2d();
+  aiming::Set(*view_, true);
+  aiming::Set(*view_, false);
+  EXPECT_TRUE(view_->view2d());
 }
 
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {

@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "link/zortk.h"
+#include "view/aiming_view.h"
 #include "view/camera_grid.h"
 #include "view/scene_view.h"
 
@@ -768,6 +769,7 @@ void SceneView::Draw2d() {
   selection_.ResizeCameras(cameras.size());
   const CameraGrid grid = CameraGrid::Layout(n, width_, height_);
   const float title = 16;
+  const bool aimingMarks = aiming::On(*this);
   for (int i = 0; i < n; ++i) {
     double x, y;
     grid.Origin(i, x, y);
@@ -808,6 +810,8 @@ void SceneView::Draw2d() {
       glVertex2f(ox + im.u * k, oy + (sensorH - im.v) * k);
       glEnd();
     }
+    if (aimingMarks)
+      aiming::DrawCell(*session_, cameras[i].id, float(x), float(y), w, h, ox, oy, sensorW * k, sensorH * k);
   }
   glPointSize(1);
 }

@@ -25,6 +25,11 @@ int main(int argc, char** argv) {
   app.add_option("--truth-out", sim.truth_out, "write the simulation's truth here at start");
   app.add_option("--seed", sim.seed, "seed of the simulated noise")->capture_default_str();
   app.add_option("--noise", sim.noise_px, "pixel noise sigma (default: the scene's)");
+  std::string operator_mode = "scene";
+  app.add_option("--operator", operator_mode,
+                 "the wand's motion: as the scene says, or following the clients' work")
+      ->check(CLI::IsMember({"scene", "follow"}))
+      ->capture_default_str();
   app.add_option("--max-sessions", server.max_sessions, "connections served at once")
       ->capture_default_str();
   app.add_option("--control-token", server.control_token,
@@ -36,6 +41,8 @@ int main(int argc, char** argv) {
     const int code = app.exit(e);
     return code == 0 ? 0 : 1;
   }
+
+  sim.follow = operator_mode == "follow";
 
   std::string why;
   if (!server.Check(&why) || !sim.Check(&why)) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "zorsock/activity.h"
 #include "zorsock/codes.h"
 #include "zorsock/feedback_wire.h"
 #include "zorsock/library.h"
@@ -188,6 +189,17 @@ int zorSetInteger(int code, int value) {
   auto r = MakeRequest(wire::Op::kSetInteger, 0, code);
   r.ints = {value};
   return AskStatus(std::move(r));
+}
+
+int zorNotify(int activity) {
+  std::lock_guard lock(Lib().mu);
+  Library& lib = Lib();
+  if (!lib.connection) return 0;
+  auto r = MakeRequest(wire::Op::kSetInteger, 0, ZOR_CLIENT_ACTIVITY);
+  r.ints = {activity};
+  int error = 0;
+  const auto reply = lib.connection->Call(std::move(r), &error);
+  return reply && reply->status == ZOR_NO_ERROR ? 1 : 0;
 }
 
 int zorSetFloat(int code, float value) {

@@ -63,12 +63,17 @@ Operator::Operator(const Scene& scene)
     body_moving_.push_back(body.moving);
     body_poses_.push_back(body.rest);
   }
+  FindAlignSpots();
   Advance(0);
 }
 
 void Operator::Advance(double dt) {
   if (std::isfinite(dt) && dt > 0) time_ += dt;
-  if (wand_waving_) UpdateWand();
+  if (following_) {
+    Follow();
+  } else if (wand_waving_) {
+    UpdateWand();
+  }
   for (size_t i = 0; i < body_poses_.size(); ++i) {
     if (body_moving_[i]) UpdateBody(i);
   }
@@ -77,17 +82,18 @@ void Operator::Advance(double dt) {
 // A Lissajous figure with unrelated frequencies fills the volume box; the
 // heading spins and the pitch swings so every camera sees the wand from many
 // angles.
-void Operator::UpdateWand() {
-  const double t = time_;
+void Operator::UpdateWand() { WavePose(time_, &wand_position_, &wand_direction_); }
+
+void Operator::WavePose(double t, Eigen::Vector3d* position, Eigen::Vector3d* direction) const {
   const Eigen::Vector3d half = 0.5 * scene_.volume_size;
-  wand_position_ = scene_.volume_centre +
+  *position = scene_.volume_centre +
                    Eigen::Vector3d(half.x() * std::sin(kTwoPi * 0.131 * t + 0.3),
                                    half.y() * std::sin(kTwoPi * 0.213 * t + 1.1),
                                    half.z() * std::sin(kTwoPi * 0.171 * t + 2.0));
   const double yaw = kTwoPi * 0.23 * t;
   const double pitch = 1.1 * std::sin(kTwoPi * 0.113 * t + 0.5);
-  wand_direction_ = Eigen::Vector3d(std::cos(pitch) * std::cos(yaw), std::sin(pitch),
-                                    std::cos(pitch) * std::sin(yaw));
+  *direction = Eigen::Vector3d(std::cos(pitch) * std::cos(yaw), std::sin(pitch),
+                               std::cos(pitch) * std::sin(yaw));
 }
 
 // Slow drift around the body's rest pose, turning about the vertical and
@@ -134,6 +140,13 @@ void Operator::LedWorld(std::vector<Eigen::Vector3d>* world) const {
 
 json Operator::Handle(const json& request) {
   const std::string cmd = request.at("cmd").get<std::string>();
+  if (cmd == "follow") {
+    if (!request.contains("on") || !request.at("on").is_boolean()) {
+      throw std::runtime_error("\"on\" must be true or false");
+    }
+    SetFollow(request.at("on").get<bool>());
+    return {{"ok", true}, {"follow", following_}};
+  }
   if (cmd == "wand") {
     const std::string mode = Mode(request);
     if (mode == "wave") {
@@ -149,6 +162,7 @@ json Operator::Handle(const json& request) {
     } else {
       throw std::runtime_error("wand mode must be wave or rest");
     }
+    following_ = false;  // told what to do instead
     return {{"ok", true}, {"wand", wand_waving_ ? "wave" : "rest"}};
   }
   if (cmd == "body") {
@@ -173,6 +187,7 @@ json Operator::Handle(const json& request) {
     } else {
       throw std::runtime_error("body mode must be move or rest");
     }
+    following_ = false;
     return {{"ok", true}, {"index", index}, {"body", body_moving_[index] ? "move" : "rest"}};
   }
   if (cmd == "led") {
@@ -224,7 +239,8 @@ json Operator::Status() const {
   for (int slot = 0; slot < scene_.LedCount(); ++slot) {
     if (!lit_[slot]) hidden.push_back(scene_.LedId(slot));
   }
-  return {{"time_s", time_}, {"wand", wand_waving_ ? "wave" : "rest"}, {"bodies", bodies},
+  return {{"time_s", time_}, {"wand", wand_waving_ ? "wave" : "rest"}, {"follow", following_},
+          {"bodies", bodies},
           {"hidden_leds", hidden}};
 }
 

@@ -2,7 +2,8 @@
 // wand is waved through the capture volume on a smooth path that turns it in
 // every direction, and the rigid bodies drift slowly; control requests make
 // them rest at an exact pose (no drift), resume, hide single LEDs, or knock
-// a camera on its stand.
+// a camera on its stand. In follow mode the wand plays along with what the
+// clients do instead (operator_follow.cpp).
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,21 @@ namespace zord {
 class Operator {
  public:
   explicit Operator(const Scene& scene);
+
+  // What the clients are doing, as the follow mode needs it.
+  struct Cues {
+    bool capturing = false;  // a wand capture for calibration runs
+    int align_point = -1;    // wand alignment point wanted: 0..2, 3 all taken, -1 none
+  };
+  // Follow mode: the wand rests at the volume centre, is waved while a capture
+  // runs and is carried to the alignment frame's corner, X arm and Z arm in
+  // turn as the alignment asks for them. A wand or body request ends it.
+  void SetFollow(bool on);
+  bool following() const { return following_; }
+  void SetCues(const Cues& cues) { cues_ = cues; }
+  // Where the wand rests for alignment point k: the frame's corner, the end
+  // of its X arm, the end of its Z arm (empty without an alignment frame).
+  const std::vector<Eigen::Vector3d>& AlignSpots() const { return align_spots_; }
 
   // Moves the waving wand and moving bodies on by `dt` seconds.
   void Advance(double dt);
@@ -45,6 +61,9 @@ class Operator {
  private:
   nlohmann::json Bump(const nlohmann::json& request);
   void UpdateWand();
+  void WavePose(double t, Eigen::Vector3d* position, Eigen::Vector3d* direction) const;
+  void Follow();
+  void FindAlignSpots();
   void UpdateBody(size_t index);
 
   const Scene& scene_;
@@ -57,6 +76,17 @@ class Operator {
   std::vector<uint8_t> lit_;
   std::vector<Extrinsics> camera_poses_;
   int cameras_moved_ = 0;
+
+  // Follow mode: the goal the wand is on its way to (a kGoal* value or an
+  // alignment spot's index) and where the way began.
+  static constexpr int kNoGoal = -3, kGoalCentre = -2, kGoalWave = -1;
+  bool following_ = false;
+  Cues cues_;
+  std::vector<Eigen::Vector3d> align_spots_;
+  int goal_ = kNoGoal;
+  double goal_since_ = 0;
+  Eigen::Vector3d from_position_ = Eigen::Vector3d::Zero();
+  Eigen::Vector3d from_direction_ = Eigen::Vector3d::UnitX();
 };
 
 }  // namespace zord

@@ -57,6 +57,50 @@ TEST(Operator, WavingCoversTheVolumeAndTurnsTheWand) {
   EXPECT_EQ(octants, 15);  // pointing in every horizontal quadrant
 }
 
+// Follow mode: rests at the volume centre, waves while capturing, walks to
+// the alignment spot asked for and rests there exactly; told what to do with
+// the wand, it stops following.
+TEST(Operator, FollowsTheClientsWork) {
+  const Scene scene = testing::DefaultScene();
+  Operator op(scene);
+  EXPECT_EQ(op.Handle({{"cmd", "follow"}, {"on", true}})["follow"], true);
+  const auto run = [&](double seconds) {
+    for (int i = 0; i < seconds * 100; ++i) op.Advance(0.01);
+  };
+  run(2);
+  EXPECT_EQ(op.WandPose().position, scene.volume_centre);
+  EXPECT_EQ(op.Status()["wand"], "rest");
+
+  op.SetCues({true, -1});
+  run(3);
+  const Eigen::Vector3d waving = op.WandPose().position;
+  run(0.5);
+  EXPECT_GT((op.WandPose().position - waving).norm(), 50);
+
+  const auto led = [&](int id) {
+    for (const SceneLed& l : scene.align)
+      if (l.id == id) return Eigen::Vector3d(scene.align_pose.rotation * l.local + scene.align_pose.position);
+    return Eigen::Vector3d(Eigen::Vector3d::Constant(NAN));
+  };
+  const int spots[3] = {13, 15, 16};  // the frame's corner, X arm end, Z arm end
+  for (int k = 0; k < 3; ++k) {
+    op.SetCues({false, k});
+    run(0.5);
+    EXPECT_GT((op.WandPose().position - led(spots[k])).norm(), 50) << k;  // still on the way
+    run(1.5);  // the walk takes 1.5 s
+    EXPECT_EQ(op.WandPose().position, led(spots[k])) << k;
+  }
+  op.SetCues({false, 3});
+  run(2);
+  EXPECT_EQ(op.WandPose().position, scene.volume_centre);
+
+  op.Handle({{"cmd", "wand"}, {"mode", "wave"}});
+  EXPECT_FALSE(op.following());
+  op.SetCues({false, 0});
+  run(2);
+  EXPECT_NE(op.WandPose().position, led(spots[0]));
+}
+
 TEST(Operator, HidesLedsAndRejectsBadRequests) {
   const Scene scene = testing::DefaultScene();
   Operator op(scene);
@@ -75,6 +119,7 @@ TEST(Operator, HidesLedsAndRejectsBadRequests) {
       {{"cmd", "led"}, {"id", 999}, {"visible", true}},
       {{"cmd", "led"}, {"id", 3}},
       {{"cmd", "jump"}},
+      {{"cmd", "follow"}, {"on", 1}},
   };
   for (const json& request : bad) {
     EXPECT_THROW(op.Handle(request), std::exception) << request.dump();

@@ -47,6 +47,7 @@ SimEngine::SimEngine(std::unique_ptr<Scene> scene, const SimOptions& options)
       last_rigid_(kMaxTrackerId + 1) {
   world_.reserve(scene_->LedCount());
   for (const SceneCamera& cam : scene_->cameras) nominal_.push_back(cam.nominal);
+  operator_.SetFollow(options.follow);
 }
 
 CalibrationState SimEngine::InitialCalibration() const {
@@ -130,6 +131,8 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
           trackers_.Plan([this](int led) { return scene_->SlotOf(led); }));
       plan_version_ = trackers_.version();
     }
+    const bool align = activity_ >= ZOR_ACTIVITY_ALIGN && activity_ <= ZOR_ACTIVITY_ALIGN + 3;
+    operator_.SetCues({capturing_, align ? activity_ - ZOR_ACTIVITY_ALIGN : -1});
     operator_.Advance(dt);
     operator_.LedWorld(&world_);
     lit_ = operator_.lit();

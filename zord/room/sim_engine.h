@@ -20,6 +20,7 @@
 #include "zord/room/message_queue.h"
 #include "zord/server/engine.h"
 #include "zorsock/zorsock_feedback.h"
+#include "zorsock/activity.h"
 #include "zord/room/operator.h"
 #include "zord/room/recon.h"
 #include "zord/room/scene.h"
@@ -37,6 +38,7 @@ struct SimOptions {
   uint64_t seed = 1;             // noise and drop-outs
   double noise_px = -1;          // pixel noise sigma; < 0: the scene's
   bool capture_tally = true;     // count captured wand frames live (ZOR_CALIB_COVERAGE)
+  bool follow = false;           // the operator starts in follow mode
   bool Check(std::string* why) const;
 };
 
@@ -98,6 +100,7 @@ class SimEngine : public Engine {
   // Call with mutex_ held.
   void RebuildRig();
   int NeedCalibration(const ClientContext& who) const;
+  int NoteActivity(const ClientContext& who, int activity);
   int StartCalibration(const ClientContext& who, int quality);
   void FinishCalibration(const CalibrationResult& result, const WandLengths& lengths, int session);
   // Cancels a running calibration whose result would no longer apply.
@@ -164,6 +167,9 @@ class SimEngine : public Engine {
   int successful_runs_ = 0;
   int32_t last_frame_ = -1;
   int cameras_moved_ = 0;  // the operator's count of bumps the detector has seen
+  // The last ZOR_CLIENT_ACTIVITY notice and the session that sent it.
+  int activity_ = ZOR_ACTIVITY_IDLE;
+  std::optional<int> activity_owner_;
 
   // Clock thread only.
   Detector detector_;

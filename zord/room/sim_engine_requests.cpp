@@ -51,6 +51,29 @@ void SimEngine::SessionClosed(const ClientContext& who) {
   }
   // Its calibration run, if any, has no one left to report to.
   if (calibration_owner_ == who.session) CancelCalibration();
+  if (activity_owner_ == who.session) {
+    activity_ = ZOR_ACTIVITY_IDLE;
+    activity_owner_.reset();
+  }
+}
+
+// A client says what it is doing; the operator's follow mode plays along.
+int SimEngine::NoteActivity(const ClientContext& who, int activity) {
+  std::string what;
+  if (activity == ZOR_ACTIVITY_IDLE) {
+    what = "idle";
+  } else if (activity >= ZOR_ACTIVITY_ALIGN && activity < ZOR_ACTIVITY_ALIGN + 3) {
+    what = "aligning, point " + std::to_string(activity - ZOR_ACTIVITY_ALIGN + 1) + " of 3 wanted";
+  } else if (activity == ZOR_ACTIVITY_ALIGN + 3) {
+    what = "aligning, all 3 points taken";
+  } else {
+    return ZOR_INVALID_VALUE;
+  }
+  std::cout << "zord: session " << who.session << ": " << what << std::endl;
+  std::lock_guard lock(mutex_);
+  activity_ = activity;
+  activity_owner_ = who.session;
+  return ZOR_NO_ERROR;
 }
 
 int SimEngine::TrackerOp(const ClientContext& who, int id, int op) {
@@ -117,6 +140,7 @@ int SimEngine::MarkerFloats(const ClientContext&, int marker_id, int code,
 }
 
 int SimEngine::SetInteger(const ClientContext& who, int code, int value) {
+  if (code == ZOR_CLIENT_ACTIVITY) return NoteActivity(who, value);
   if (code != ZOR_CALIB_LOAD_EXISTING && code != ZOR_CALIB_SAVE) return ZOR_INVALID_ENUM;
   if (const int e = NeedCalibration(who); e != ZOR_NO_ERROR) return e;
   std::lock_guard lock(mutex_);

@@ -412,6 +412,26 @@ TEST(SimEngine, StartUpFilesAreCheckedAndBadStateIsKept) {
   EXPECT_EQ(truth["cameras"].size(), 8u);
 }
 
+// A following operator learns the alignment point wanted from the client's
+// notice and forgets it when that client goes; bad notices are refused.
+TEST(SimEngine, ClientNoticesLeadAFollowingOperator) {
+  SimOptions options;
+  options.follow = true;
+  auto engine = MakeEngine(options);
+  const auto wand = [&] {
+    const json pose = Control(*engine, {{"cmd", "truth"}})["wand"]["pose"];
+    return Vec(pose);
+  };
+  EXPECT_EQ(engine->SetInteger(kNormal, ZOR_CLIENT_ACTIVITY, ZOR_ACTIVITY_ALIGN + 4), ZOR_INVALID_VALUE);
+  ASSERT_EQ(engine->SetInteger(kNormal, ZOR_CLIENT_ACTIVITY, ZOR_ACTIVITY_ALIGN + 1), ZOR_NO_ERROR);
+  Step(*engine, 960);
+  const json truth = Control(*engine, {{"cmd", "truth"}});
+  EXPECT_LT((wand() - LedTruth(truth, 15)).norm(), 1e-9);  // the end of the frame's X arm
+  engine->SessionClosed(kNormal);
+  Step(*engine, 960);
+  EXPECT_LT((wand() - engine->scene().volume_centre).norm(), 1e-9);
+}
+
 TEST(SimEngine, ControlRequestsAnswerInJson) {
   auto engine = Calibrated();
   for (const char* bad : {"", "nonsense", "[]", "{\"cmd\": 3}", "{\"cmd\": \"wand\", \"mode\": 1}",
