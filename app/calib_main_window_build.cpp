@@ -212,7 +212,7 @@ QMenu* CalibMainWindow::createPopupMenu() {
   QMenu* menu = ZorViewWindow::createPopupMenu();
   if (menu) {
     for (QAction* hidden : {calibrationBar_->toggleViewAction(), drawingBar_->toggleViewAction(),
-                            statusPanel_->toggleViewAction()})
+                            statusPanel_->toggleViewAction(), wizardDock_->toggleViewAction()})
       menu->removeAction(hidden);
   }
   return menu;

@@ -64,7 +64,6 @@ void CalibMainWindow::createWizard() {
   wizardDock_->setWidget(wizard_);
   // Closed only through "finish" and "advanced", which restore the window.
   wizardDock_->setFeatures(QDockWidget::NoDockWidgetFeatures);
-  wizardDock_->toggleViewAction()->setVisible(false);
   addDockWidget(Qt::TopDockWidgetArea, wizardDock_);
   wizardDock_->hide();
   connect(wizard_, &CalibWizard::sg_Closed, this, &CalibMainWindow::closeWizard);
