@@ -21,19 +21,12 @@ using zortest::DataPath;
 using zortest::RunUntil;
 using Eigen::Vector3d;
 
-constexpr int kOrigin = 13, kOnX = 15, kOnZ = 16;  // LEDs of the alignment frame
+using zortest::Rest;
+using zortest::Truth;
+constexpr int kOrigin = zortest::kFrameOrigin, kOnX = zortest::kFrameOnX, kOnZ = zortest::kFrameOnZ;
 
 class AlignmentZordTest : public zortest::CalibrationZordTest {
  protected:
-  void Rest(const std::string& address, const Vector3d& at) {
-    Control(address, {{"cmd", "wand"}, {"mode", "rest"}, {"position", {at.x(), at.y(), at.z()}},
-                      {"direction", {1, 0, 0}}});
-  }
-  // Waits for `count` more frames to reach the window.
-  void Frames(CalibMainWindow& window, int count) {
-    const int until = window.session().lastFrame + count;
-    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame >= until; }, 20000));
-  }
   // Mean shown position (mm) of marker `id` over a few dozen ticks.
   Vector3d MeanMarker(CalibMainWindow& window, int32_t id) {
     Vector3d sum = Vector3d::Zero();
@@ -73,23 +66,11 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
       if (c.cond > 0) heights.push_back(c.pose[1]);
     return heights;
   }
-  void Shot(CalibMainWindow& window, const char* name) {
-    if (const char* dir = std::getenv("ZOR_SCREENSHOT_DIR")) {
-      RunUntil([] { return false; }, 300);
-      window.grab().save(QString(dir) + "/" + name);
-    }
-  }
   void Save(CalibMainWindow& window) {
     testing::internal::CaptureStdout();
     window.entry(CalibMainWindow::kSave)->trigger();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
     EXPECT_FALSE(Calib(window).aligning);
-  }
-  // Waits until the window shows frames the server made after now (frames
-  // already on their way carry the old state).
-  void Settle(CalibMainWindow& window, const std::string& address) {
-    const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
-    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
   }
 };
 
@@ -104,18 +85,8 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
   CalibSession& calib = Calib(*window);
 
-  // The truth: the frame's LEDs in the world, and where the cameras stand.
-  const json truth = json::parse(std::ifstream(truthFile));
-  std::map<int, Vector3d> led;
-  for (const json& l : truth["leds"]) {
-    const auto p = l["position"].get<std::vector<double>>();
-    led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
-  }
-  const auto pose = truth["align"]["pose"].get<std::vector<double>>();
-  const Eigen::Quaterniond frameRotation(pose[3], pose[4], pose[5], pose[6]);
-  const auto inFrame = [&](const Vector3d& world) {  // world mm to the frame's own coordinates
-    return frameRotation.conjugate() * (world - led[kOrigin]);
-  };
+  const Truth truth(truthFile);
+  const auto& led = truth.led;
 
   // Kind 3: the wand rests at the frame's corner, then on its X arm, then on
   // its Z arm, waved in between; the window takes each place by itself.
@@ -123,11 +94,11 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   window->sl_Align();
   ASSERT_TRUE(calib.aligning);
   for (int corner : {kOrigin, kOnX, kOnZ}) {
-    Rest(zord->address(), led[corner]);
+    Rest(zord->address(), led.at(corner));
     const int before = calib.alignPointCount();
     ASSERT_TRUE(RunUntil([&] { return calib.alignPointCount() == before + 1; }, 30000)) << corner;
     if (corner == kOnX) Shot(*window, "alignment-wand.png");
-    Control(zord->address(), {{"cmd", "wand"}, {"mode", "wave"}});
+    zortest::Wave(zord->address());
     ASSERT_NO_FATAL_FAILURE(Frames(*window, 200));
   }
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
@@ -144,21 +115,13 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   EXPECT_LT(Eigen::Vector2d(onX.y(), onX.z()).norm(), 2.0) << onX.transpose();
   EXPECT_GT(onZ.z(), 490);
   for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(*window, id).y(), 0.0, 2.0) << id;
-  Rest(zord->address(), led[kOrigin]);
+  Rest(zord->address(), led.at(kOrigin));
   ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   for (const ZORRigid& r : window->session().rigids) {
     if (r.id != CalibSession::kWandTrackerId) continue;
     EXPECT_LT(Vector3d(r.pose[0], r.pose[1], r.pose[2]).norm() / calib.scale, 1.0);
   }
-  const auto& cameras = window->session().cameras;
-  ASSERT_EQ(cameras.size(), size_t(zortest::kCameras));
-  for (size_t i = 0; i < cameras.size(); ++i) {
-    const auto p = truth["cameras"][i]["pose"].get<std::vector<double>>();
-    const Vector3d shown = Vector3d(cameras[i].pose[0], cameras[i].pose[1], cameras[i].pose[2]) /
-                           calib.scale;
-    EXPECT_GT(shown.y(), 1000) << i;
-    EXPECT_LT((shown - inFrame(Vector3d(p[0], p[1], p[2]))).norm(), 10.0) << i;
-  }
+  ExpectCamerasOnTruth(*window, truth, 10.0);
 
   // Kind 2: the same three LEDs picked with the mouse give the same frame:
   // nothing left to align. Picked the other way round (X towards the Z arm)
