@@ -17,7 +17,7 @@ constexpr char kGreen[] = "#6d6";
 
 // Which of the seven details and hints stands beside each of the nine pages.
 constexpr int kDetailOf[CalibWizard::kPages] = {0, 0, 1, 2, 3, 4, 5, 6, 6};
-constexpr int kHintOf[CalibWizard::kPages] = {0, 0, 1, 2, 3, 4, 4, 5, 6};
+constexpr int kHintOf[CalibWizard::kPages] = {0, 0, 1, 2, 2, 3, 4, 5, 6};
 
 QLabel* Coloured(QWidget* parent, const char* colour) {
   auto* label = new QLabel(parent);
@@ -64,6 +64,7 @@ CalibWizard::CalibWizard(QWidget* parent) : GenericWizard(parent, kPages) {
   serverBox_ = new QComboBox(this);
   serverBox_->setEditable(true);
   serverBox_->setObjectName(QStringLiteral("server"));
+  serverBox_->setMaximumWidth(420);
   serverBox_->addItem(QString::fromLatin1(kFindServers));
   connect(serverBox_, &QComboBox::activated, this, &CalibWizard::sl_ServerValueChanged);
   area->addWidget(serverBox_);
