@@ -21,19 +21,12 @@ using zortest::DataPath;
 using zortest::RunUntil;
 using Eigen::Vector3d;
 
-constexpr int kOrigin = 13, kOnX = 15, kOnZ = 16;  // LEDs of the alignment frame
+using zortest::Rest;
+using zortest::Truth;
+constexpr int kOrigin = zortest::kFrameOrigin, kOnX = zortest::kFrameOnX, kOnZ = zortest::kFrameOnZ;
 
 class AlignmentZordTest : public zortest::CalibrationZordTest {
  protected:
-  void Rest(const std::string& address, const Vector3d& at) {
-    Control(address, {{"cmd", "wand"}, {"mode", "rest"}, {"position", {at.x(), at.y(), at.z()}},
-                      {"direction", {1, 0, 0}}});
-  }
-  // Waits for `count` more frames to reach the window.
-  void Frames(CalibMainWindow& window, int count) {
-    const int until = window.session().lastFrame + count;
-    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame >= until; }, 20000));
-  }
   // Mean shown position (mm) of marker `id` over a few dozen ticks.
   Vector3d MeanMarker(CalibMainWindow& window, int32_t id) {
     Vector3d sum = Vector3d::Zero();
@@ -73,45 +66,12 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
       if (c.cond > 0) heights.push_back(c.pose[1]);
     return heights;
   }
-  void Shot(CalibMainWindow& window, const char* name) {
-    if (const char* dir = std::getenv("ZOR_SCREENSHOT_DIR")) {
-      RunUntil([] { return false; }, 300);
-      window.grab().save(QString(dir) + "/" + name);
-    }
-  }
-  void Save(CalibMainWindow& window) {
-    testing::internal::CaptureStdout();
-    window.entry(CalibMainWindow::kSave)->trigger();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
-    EXPECT_FALSE(Calib(window).aligning);
-  }
-  // Waits until the window shows frames the server made after now (frames
-  // already on their way carry the old state).
-  void Settle(CalibMainWindow& window, const std::string& address) {
-    const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
-    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
-  }
-  // The LEDs' true world positions (mm) by id.
-  static std::map<int, Vector3d> TruthLeds(const std::string& truthFile) {
-    std::map<int, Vector3d> led;
-    const json truth = json::parse(std::ifstream(truthFile));
-    for (const json& l : truth["leds"]) {
-      const auto p = l["position"].get<std::vector<double>>();
-      led[l["id"].get<int>()] = Vector3d(p[0], p[1], p[2]);
-    }
-    return led;
-  }
-  // After saving a wand alignment on the frame's corner, X arm and Z arm the
-  // server reports the frame: corner at the origin, X arm on +X, the Z arm
-  // on the +Z side, every LED on the floor, the cameras above it and where
-  // the truth has them.
-  void ExpectRoomOnTheFrame(CalibMainWindow& window, const std::string& address,
-                            const std::string& truthFile) {
+  // After a save of the wand alignment on the frame's corner, X arm and Z arm
+  // the server reports the frame: corner at the origin, X arm on +X, the Z
+  // arm on the +Z side, every LED on the floor, the cameras above it and
+  // where the truth has them.
+  void ExpectRoomOnTheFrame(CalibMainWindow& window, const std::string& address, const Truth& truth) {
     ASSERT_NO_FATAL_FAILURE(Settle(window, address));
-    const json truth = json::parse(std::ifstream(truthFile));
-    const Vector3d corner = TruthLeds(truthFile).at(kOrigin);
-    const auto pose = truth["align"]["pose"].get<std::vector<double>>();
-    const Eigen::Quaterniond frameRotation(pose[3], pose[4], pose[5], pose[6]);
     const Vector3d origin = MeanMarker(window, kOrigin);
     EXPECT_LT(origin.norm(), 1.0) << origin.transpose();
     const Vector3d onX = MeanMarker(window, kOnX), onZ = MeanMarker(window, kOnZ);
@@ -119,16 +79,13 @@ class AlignmentZordTest : public zortest::CalibrationZordTest {
     EXPECT_LT(Eigen::Vector2d(onX.y(), onX.z()).norm(), 2.0) << onX.transpose();
     EXPECT_GT(onZ.z(), 490);
     for (int id = kOrigin; id <= kOnZ; ++id) EXPECT_NEAR(MeanMarker(window, id).y(), 0.0, 2.0) << id;
-    const float scale = window.session().scale;
-    const auto& cameras = window.session().cameras;
-    ASSERT_EQ(cameras.size(), size_t(zortest::kCameras));
-    for (size_t i = 0; i < cameras.size(); ++i) {
-      const auto p = truth["cameras"][i]["pose"].get<std::vector<double>>();
-      const Vector3d shown = Vector3d(cameras[i].pose[0], cameras[i].pose[1], cameras[i].pose[2]) / scale;
-      EXPECT_GT(shown.y(), 1000) << i;
-      const Vector3d inFrame = frameRotation.conjugate() * (Vector3d(p[0], p[1], p[2]) - corner);
-      EXPECT_LT((shown - inFrame).norm(), 10.0) << i;
-    }
+    ExpectCamerasOnTruth(window, truth, 10.0);
+  }
+  void Save(CalibMainWindow& window) {
+    testing::internal::CaptureStdout();
+    window.entry(CalibMainWindow::kSave)->trigger();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "saved\n");
+    EXPECT_FALSE(Calib(window).aligning);
   }
 };
 
@@ -143,7 +100,8 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
   CalibSession& calib = Calib(*window);
 
-  const std::map<int, Vector3d> led = TruthLeds(truthFile);
+  const Truth truth(truthFile);
+  const auto& led = truth.led;
 
   // Kind 3: the wand rests at the frame's corner, then on its X arm, then on
   // its Z arm, waved in between; the window takes each place by itself.
@@ -155,12 +113,12 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
     const int before = calib.alignPointCount();
     ASSERT_TRUE(RunUntil([&] { return calib.alignPointCount() == before + 1; }, 30000)) << corner;
     if (corner == kOnX) Shot(*window, "alignment-wand.png");
-    Control(zord->address(), {{"cmd", "wand"}, {"mode", "wave"}});
+    zortest::Wave(zord->address());
     ASSERT_NO_FATAL_FAILURE(Frames(*window, 200));
   }
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
   Save(*window);
-  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truthFile));
+  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truth));
   Rest(zord->address(), led.at(kOrigin));
   ASSERT_NO_FATAL_FAILURE(Settle(*window, zord->address()));
   for (const ZORRigid& r : window->session().rigids) {
@@ -240,7 +198,7 @@ TEST_F(AlignmentZordTest, AFollowingOperatorPlaysAlongWithCalibrationAndAlignmen
   ASSERT_TRUE(calib.aligning);
   ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 60000)) << calib.alignPointCount();
   Save(*window);
-  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truthFile));
+  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), Truth(truthFile)));
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 

@@ -11,7 +11,9 @@
 #include <cstdio>
 
 #include "app/message_box.h"
+#include "calib/calib_wizard.h"
 #include "calib/orientation_bar.h"
+#include "calib/pre_calib.h"
 #include "calib/status_panel.h"
 #include "link/event_loop_wait.h"
 #include "link/tracker_check.h"
@@ -29,6 +31,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createStatusDock();
   createTrackerBar();
   createProgressLabel();
+  createWizard();
   createAccelerators();
   connectView();
   connectAlignment();
@@ -42,9 +45,10 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   // Marked before the start mode is applied so that the mode's own showing
   // of the window makes the switch.
   if (options.full) fullScreen_ = -1;
-  // The start-mode dialog comes with the wizard; until then the advanced
-  // layout stands in for the question.
-  sl_PreCalib(options.startMode == -1 ? 2 : options.startMode);
+  if (options.startMode == -1)
+    preCalib_->show();
+  else
+    sl_PreCalib(options.startMode);
   if (options.alignKind != 0) {
     sl_CalibMode(1);
     setAlignKind(options.alignKind);
@@ -98,35 +102,6 @@ void CalibMainWindow::applyOptions(const CalibOptions& options) {
   if (options.capture) captureRequest_ = calib().recordRaw = 1;
   orientationMode_ = options.orientation != 0;
   if (orientationMode_) createOrientationBar();
-}
-
-void CalibMainWindow::sl_PreCalib(int mode) {
-  if (mode == 1) {  // alignment, guided by the wizard
-    sl_CalibMode(1);
-    menuBar()->hide();
-    calibrationBar_->hide();
-    statusDock()->hide();
-    settingsDock()->hide();
-    updateControls();
-  } else if (mode == 2) {  // advanced: every control, no wizard
-    sl_CalibMode(0);
-    calibrationBar_->show();
-    menuBar()->show();
-    statusDock()->show();
-  } else {  // calibration, guided by the wizard
-    menuBar()->hide();
-    calibrationBar_->hide();
-    statusDock()->hide();
-    settingsDock()->hide();
-    sl_CalibMode(0);
-  }
-  menuBarWanted_ = menuBar()->isVisible() || mode == 2;
-  show();
-  if (fullScreen_ == -1) {
-    fullScreen_ = 0;
-    sl_FullScreen();
-  }
-  showAlignKind();
 }
 
 void CalibMainWindow::sl_Quit() { QApplication::quit(); }
@@ -231,6 +206,7 @@ void CalibMainWindow::sl_ZorTimerEvent() {
       disconnectServer();
       reportLostLink(session().lastError);
       updateControls();
+      wizard_->refresh();
     }
     handleError(session().lastError);
     updateProgress();

@@ -24,11 +24,14 @@ class QDockWidget;
 class QLabel;
 class QMenu;
 class QOpenGLWidget;
+class CalibWizard;
 class OrientationBar;
+class PreCalib;
 class PreferenceDialog;
 class QToolBar;
 class StatusPanel;
 class TrackerBar;
+class WizardHost;
 struct ViewSettings;
 
 class CalibMainWindow : public ZorViewWindow {
@@ -90,6 +93,12 @@ class CalibMainWindow : public ZorViewWindow {
 
   // Kind 2: markers picked in the view name the alignment's three points.
   bool markerSelection() const { return markerSelection_; }
+  // The "Select Mode" dialog and the wizard in its "Calib" dock.
+  PreCalib* preCalib() const { return preCalib_; }
+  CalibWizard* wizard() const { return wizard_; }
+  QDockWidget* wizardDock() const { return wizardDock_; }
+  bool wizardShown() const;
+
   // The alignment body's dock, in orientation mode only (null otherwise).
   OrientationBar* orientationBar() const { return orientationBar_; }
   // Asks for the tracker file of an alignment object (tracker id given);
@@ -188,6 +197,7 @@ class CalibMainWindow : public ZorViewWindow {
   void createAccelerators();
   void createPumpTimer();
   void createProgressLabel();
+  void createWizard();
   void connectView();
   void applyOptions(const CalibOptions& options);
 
@@ -207,6 +217,10 @@ class CalibMainWindow : public ZorViewWindow {
   void showAlignmentPoints();
   void alignmentSaved();
   void createOrientationBar();
+  // The wizard's modes hide what a guided operator does not need; closing
+  // the wizard shows it again.
+  void hideForWizard();
+  void closeWizard();
   void showCalibStatus(const QString& text);
   // Calibration steps the slots and the frame pump share.
   void startOrStopCapture();
@@ -278,6 +292,11 @@ class CalibMainWindow : public ZorViewWindow {
   bool orientationMode_ = false;
   bool markerSelection_ = false;
   OrientationBar* orientationBar_ = nullptr;
+  PreCalib* preCalib_ = nullptr;
+  QDockWidget* wizardDock_ = nullptr;
+  CalibWizard* wizard_ = nullptr;
+  std::unique_ptr<WizardHost> wizardHost_;
+  std::vector<QPointer<QWidget>> hiddenByWizard_;
   int fullScreen_ = 0;  // 0 normal, 1 full screen, -1 go full screen once the mode is chosen
   bool menuBarWanted_ = true;  // the menu bar's state outside full screen
   bool aiming_ = false;

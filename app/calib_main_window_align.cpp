@@ -10,6 +10,7 @@
 
 #include "app/calib_main_window.h"
 #include "app/message_box.h"
+#include "calib/calib_wizard.h"
 #include "calib/orientation_bar.h"
 #include "view/gl_view.h"
 #include "view/orientation.h"
@@ -131,6 +132,12 @@ void CalibMainWindow::processAlignment() {
   if (!engine.aligning) return;
   if (engine.computeAlignment()) view()->camera().wantedCentre = view()->camera().centre = Vec3();
   engine.applyPendingAlignment();
+  // The wizard counts the wand's resting places; at the third it saves,
+  // which ends the alignment.
+  if (wizardShown() && engine.alignKind == 3) {
+    wizard_->sl_CalibNum(engine.alignPointCount());
+    if (!engine.aligning) return;
+  }
   const StillnessDetector::Step step = engine.detectStillness();
   if (step.moved) statusBar()->showMessage(QStringLiteral("movement detected"), kAlignMessageMs);
   if (step.capture) {

@@ -219,7 +219,7 @@ QMenu* CalibMainWindow::createPopupMenu() {
   QMenu* menu = ZorViewWindow::createPopupMenu();
   if (menu) {
     for (QAction* hidden : {calibrationBar_->toggleViewAction(), drawingBar_->toggleViewAction(),
-                            statusPanel_->toggleViewAction()})
+                            statusPanel_->toggleViewAction(), wizardDock_->toggleViewAction()})
       menu->removeAction(hidden);
     // The calibration feedback stays beside the status, like it.
     if (auto* feedback = findChild<CalibrationFeedbackDock*>())

@@ -7,6 +7,9 @@
 #include <QAction>
 #include <QComboBox>
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "app/calib_main_window.h"
@@ -35,6 +38,41 @@ inline json Control(const std::string& address, const json& request) {
   EXPECT_TRUE(error.empty()) << error;
   return json::parse(reply, nullptr, false);
 }
+
+// The operator rests the wand at `at` (world mm), pointing along +X.
+inline void Rest(const std::string& address, const Eigen::Vector3d& at) {
+  Control(address, {{"cmd", "wand"}, {"mode", "rest"}, {"position", {at.x(), at.y(), at.z()}},
+                    {"direction", {1, 0, 0}}});
+}
+inline void Wave(const std::string& address) { Control(address, {{"cmd", "wand"}, {"mode", "wave"}}); }
+
+// The LEDs of the alignment frame on the floor: its corner, its X arm, its Z arm.
+constexpr int kFrameOrigin = 13, kFrameOnX = 15, kFrameOnZ = 16;
+
+// What the simulation wrote with --truth-out: the LEDs in the world and the
+// room frame the alignment frame defines.
+struct Truth {
+  explicit Truth(const std::string& file) {
+    const json truth = json::parse(std::ifstream(file));
+    for (const json& l : truth["leds"]) {
+      const auto p = l["position"].get<std::vector<double>>();
+      led[l["id"].get<int>()] = Eigen::Vector3d(p[0], p[1], p[2]);
+    }
+    const auto pose = truth["align"]["pose"].get<std::vector<double>>();
+    frameRotation = Eigen::Quaterniond(pose[3], pose[4], pose[5], pose[6]);
+    for (const json& c : truth["cameras"]) {
+      const auto p = c["pose"].get<std::vector<double>>();
+      cameras.emplace_back(p[0], p[1], p[2]);
+    }
+  }
+  // World mm to the alignment frame's own coordinates.
+  Eigen::Vector3d inFrame(const Eigen::Vector3d& world) const {
+    return frameRotation.conjugate() * (world - led.at(kFrameOrigin));
+  }
+  std::map<int, Eigen::Vector3d> led;
+  Eigen::Quaterniond frameRotation;
+  std::vector<Eigen::Vector3d> cameras;
+};
 
 class CalibrationZordTest : public WindowFixture {
  protected:
@@ -93,6 +131,41 @@ class CalibrationZordTest : public WindowFixture {
     EXPECT_EQ(calib.quality, 400);
     ASSERT_TRUE(RunUntil([&] { return !calib.calibrating; }, 170000));
     ASSERT_TRUE(calib.calibrated) << window.statusPanel()->statusText().toStdString();
+  }
+
+  // Waits for `count` more frames to reach the window.
+  void Frames(CalibMainWindow& window, int count) {
+    const int until = window.session().lastFrame + count;
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame >= until; }, 20000));
+  }
+  // Waits until the window shows frames the server made after now (frames
+  // already on their way carry the old state).
+  void Settle(CalibMainWindow& window, const std::string& address) {
+    const int now = Control(address, {{"cmd", "status"}})["frame"].get<int>();
+    ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > now + 20; }, 30000));
+  }
+  // Camera positions (mm) as the window shows them.
+  static std::vector<Eigen::Vector3d> CameraPositions(CalibMainWindow& window) {
+    std::vector<Eigen::Vector3d> at;
+    for (const ZORCamera& c : window.session().cameras)
+      at.push_back(Eigen::Vector3d(c.pose[0], c.pose[1], c.pose[2]) / window.session().scale);
+    return at;
+  }
+  // Every camera above the floor and where the truth has it in the room frame.
+  void ExpectCamerasOnTruth(CalibMainWindow& window, const Truth& truth, double mm) {
+    const std::vector<Eigen::Vector3d> shown = CameraPositions(window);
+    ASSERT_EQ(shown.size(), truth.cameras.size());
+    for (size_t i = 0; i < shown.size(); ++i) {
+      EXPECT_GT(shown[i].y(), 1000) << i;
+      EXPECT_LT((shown[i] - truth.inFrame(truth.cameras[i])).norm(), mm) << i;
+    }
+  }
+  // Saves a picture of `widget` into $ZOR_SCREENSHOT_DIR when that is set.
+  static void Shot(QWidget& widget, const char* name) {
+    if (const char* dir = std::getenv("ZOR_SCREENSHOT_DIR")) {
+      RunUntil([] { return false; }, 300);
+      widget.grab().save(QString(dir) + "/" + name);
+    }
   }
 
   // The cameras once the window shows every one calibrated.
