@@ -14,7 +14,7 @@ using nlohmann::json;
 
 const char* const kUsage = R"(commands:
   '<json>'                          send a request as it is
-  wand wave | wand rest X Y Z [DX DY DZ]
+  wand wave | wand rest X Y Z [DX DY DZ] | follow on|off
   body [INDEX] move | body [INDEX] rest X Y Z [QW QX QY QZ]
   led ID on|off
   truth | status
@@ -63,6 +63,8 @@ std::optional<json> BuildRequest(const std::vector<std::string>& w) {
                 {"rotation_deg", *turn}};
   }
   if (cmd == "wand" && w.size() == 2 && w[1] == "wave") return json{{"cmd", "wand"}, {"mode", "wave"}};
+  if (cmd == "follow" && w.size() == 2 && (w[1] == "on" || w[1] == "off"))
+    return json{{"cmd", "follow"}, {"on", w[1] == "on"}};
   if (cmd == "wand" && w.size() >= 5 && w[1] == "rest") {
     const auto position = Numbers(w, 2, 3);
     const auto direction = w.size() == 5 ? std::optional<json>(json{1, 0, 0}) : Numbers(w, 5, 3);
