@@ -84,11 +84,13 @@ class CalibrationZordTest : public WindowFixture {
     return zord;
   }
 
-  std::unique_ptr<CalibMainWindow> OpenWindow(const std::string& address, bool capture) {
+  // Start mode 2 is -nowiz, -1 opens "Select Mode".
+  std::unique_ptr<CalibMainWindow> OpenWindow(const std::string& address, bool capture,
+                                              int startMode = 2) {
     CalibOptions options("Corvane System Calibration");
     options.server = address;
     options.wandFiles = {DataPath("wand.rb")};
-    options.startMode = 2;  // -nowiz
+    options.startMode = startMode;
     options.capture = capture;
     auto window = std::make_unique<CalibMainWindow>(nullptr, "Corvane System Calibration", options);
     window->settingsDock()->setScanPort(FreePort());

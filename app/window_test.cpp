@@ -20,9 +20,7 @@
 #include "app/calib_main_window.h"
 #include "app/window_test_support.h"
 #include "calib/calib_wizard.h"
-#include "calib/pre_calib.h"
 #include "calib/status_panel.h"
-#include "widgets/label_button.h"
 #include "link/capture_file.h"
 #include "link/zorsock_double.h"
 #include "view/gl_view.h"
@@ -209,15 +207,6 @@ TEST_F(WindowTest, StartModes) {
   EXPECT_FALSE(guided->wizardShown());
   EXPECT_FALSE(guided->menuBar()->isHidden() || guided->calibrationBar()->isHidden());
   EXPECT_FALSE(guided->statusDock()->isHidden() || guided->settingsDock()->isHidden());
-  guided.reset();
-
-  options.startMode = -1;  // asked: nothing but "Select Mode" until answered
-  auto asked = Make(options);
-  EXPECT_TRUE(asked->preCalib()->isVisible() && !asked->isVisible());
-  EXPECT_EQ(asked->preCalib()->windowTitle(), "Select Mode");
-  QTest::mouseClick(asked->preCalib()->caption(0), Qt::LeftButton);
-  EXPECT_TRUE(asked->isVisible() && asked->wizardShown() && !asked->wizard()->alignOnly());
-  EXPECT_EQ(asked->calibMode(), 0);
 }
 
 // --- Frame pump, connect, pause ---------------------------------------------------

@@ -17,7 +17,6 @@
 
 namespace {
 
-using zortest::DataPath;
 using zortest::RunUntil;
 using zortest::Truth;
 using Eigen::Vector3d;
@@ -26,11 +25,7 @@ class WizardZordTest : public zortest::CalibrationZordTest {
  protected:
   // A window as the program opens it without a start mode: "Select Mode" only.
   std::unique_ptr<CalibMainWindow> Open(const std::string& address) {
-    CalibOptions options("Corvane System Calibration");
-    options.server = address;
-    options.wandFiles = {DataPath("wand.rb")};
-    auto window = std::make_unique<CalibMainWindow>(nullptr, "Corvane System Calibration", options);
-    window->settingsDock()->setScanPort(zortest::FreePort());
+    auto window = OpenWindow(address, false, -1);
     EXPECT_TRUE(window->preCalib()->isVisible() && !window->isVisible());
     return window;
   }

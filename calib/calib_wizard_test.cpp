@@ -1,5 +1,5 @@
 // The wizard's stepping against a stand-in for the main window that counts
-// what the pages ask of it, and the "Select Mode" choices.
+// what the pages ask of it, and the values "Select Mode" sends.
 #include <gtest/gtest.h>
 
 #include <QComboBox>
@@ -53,13 +53,9 @@ class CalibWizardTest : public zortest::QtAppTest {
   CalibWizard wizard{nullptr};
 };
 
-TEST_F(CalibWizardTest, TextsClampAtTheLastEntry) {
-  EXPECT_EQ(GenericWizard::textAt({}, 2), "");
-  EXPECT_EQ(GenericWizard::textAt({"a", "b"}, 1), "b");
-  EXPECT_EQ(GenericWizard::textAt({"a", "b"}, 7), "b");
-}
-
 TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
+  EXPECT_EQ(GenericWizard::textAt({}, 2), "");
+  EXPECT_EQ(GenericWizard::textAt({"a", "b"}, 7), "b");  // clamps at the last entry
   wizard.begin(false);
   EXPECT_EQ(Servers(), QStringList({"<find servers>", "localhost", "lab"}));
   wizard.serverBox()->activated(2);  // "lab" moves to the front
@@ -67,15 +63,12 @@ TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
   wizard.serverBox()->activated(1);
   EXPECT_EQ(host.scans, 1);
 
-  Continue();
+  Continue(2);
   EXPECT_EQ(host.chosen, "lab");
-  EXPECT_EQ(wizard.connectionLabel()->text(), "Connected");
-  Continue();
   EXPECT_TRUE(host.aiming);
   Continue();
   EXPECT_TRUE(host.capture && !host.aiming);
   Continue();
-  EXPECT_EQ(wizard.page(), 4);
   EXPECT_FALSE(host.capture);
   wizard.qualityBox()->setCurrentIndex(1);
   Continue();
@@ -98,8 +91,6 @@ TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
   EXPECT_EQ(wizard.resultLabel()->text(), "Avg. Error (0.125) Calibration Succeeded!");
   EXPECT_EQ(wizard.page(), 6);
   EXPECT_EQ(host.saves, 1);
-  wizard.sl_CalibStage(4, 0.125f);  // a late repeat moves nothing
-  EXPECT_EQ(wizard.page(), 6);
 
   Continue();
   EXPECT_TRUE(host.align);
@@ -108,24 +99,16 @@ TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
   EXPECT_EQ(wizard.page(), 6);
   EXPECT_EQ(host.saves, 1) << "entered by back";
   Continue();
-  for (int n : {0, 1, 2}) {
-    wizard.sl_CalibNum(n);
-    EXPECT_EQ(wizard.alignLampOn(), n + 1);
-    EXPECT_EQ(wizard.resultLabel()->text(), "Capturing alignment points:");
-  }
+  wizard.sl_CalibNum(1);
+  EXPECT_EQ(wizard.alignLampOn(), 2);
+  EXPECT_EQ(wizard.resultLabel()->text(), "Capturing alignment points:");
   wizard.sl_CalibNum(3);
   EXPECT_EQ(wizard.resultLabel()->text(), "Alignment Complete.");
   EXPECT_EQ(wizard.page(), 8);
   EXPECT_EQ(host.saves, 2);
   EXPECT_TRUE(wizard.finishButton()->isVisible() && !wizard.continueButton()->isVisible());
-  QSignalSpy closed(&wizard, &GenericWizard::sg_Closed);
-  wizard.finishButton()->click();
-  EXPECT_EQ(closed.size(), 1);
-
   wizard.resetButton()->click();
-  EXPECT_EQ(wizard.page(), 0);
-  EXPECT_EQ(wizard.direction(), -1);
-  EXPECT_EQ(host.resets, 1);
+  EXPECT_TRUE(wizard.page() == 0 && host.resets == 1);
 }
 
 TEST_F(CalibWizardTest, AlignOnlySkipsTheCalibrationPagesBothWays) {
@@ -148,15 +131,11 @@ TEST_F(CalibWizardTest, AlignOnlySkipsTheCalibrationPagesBothWays) {
 TEST_F(CalibWizardTest, SelectModeSendsItsDeliberateValues) {
   PreCalib dialog;
   QSignalSpy done(&dialog, &PreCalib::sg_Done);
-  for (int caption = 0; caption < 3; ++caption) {
-    dialog.show();
-    QTest::mouseClick(dialog.caption(caption), Qt::LeftButton);
-    EXPECT_TRUE(dialog.isHidden());
-  }
-  dialog.show();
-  QTest::keyClick(&dialog, Qt::Key_Escape);
-  ASSERT_EQ(done.size(), 4);
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(done[i][0].toInt(), QList<int>({0, 1, 2, 2})[i]);
+  for (int caption : {0, 1, 2}) QTest::mouseClick(dialog.caption(caption), Qt::LeftButton);
+  dialog.reject();  // Escape or closing it
+  QList<int> modes;
+  for (const auto& args : done) modes << args[0].toInt();
+  EXPECT_EQ(modes, QList<int>({0, 1, 2, 2}));
 }
 
 }  // namespace

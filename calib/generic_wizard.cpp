@@ -1,10 +1,10 @@
 #include "calib/generic_wizard.h"
 
 #include <QHBoxLayout>
-#include <algorithm>
 #include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <algorithm>
 
 GenericWizard::GenericWizard(QWidget* parent, int pageCount) : QWidget(parent), pageCount_(pageCount) {
   setFont(QFont(QStringLiteral("Helvetica")));
