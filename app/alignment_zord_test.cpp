@@ -179,29 +179,6 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 
-// With the operator following the client nobody drives the room: the wand
-// is waved while the capture runs and comes to rest at the frame's corner,
-// X arm and Z arm as the wand alignment asks for each.
-TEST_F(AlignmentZordTest, AFollowingOperatorPlaysAlongWithCalibrationAndAlignment) {
-  zortest::TempDir dir;
-  const std::string truthFile = dir.File("truth.json");
-  auto zord = StartZord({"--truth-out", truthFile, "--operator", "follow"});
-  auto window = OpenWindow(zord->address(), false);
-  ASSERT_NO_FATAL_FAILURE(Connect(*window));
-  EXPECT_EQ(Control(zord->address(), {{"cmd", "status"}})["follow"], true);
-  ASSERT_NO_FATAL_FAILURE(CaptureWand(*window, 8));
-  ASSERT_NO_FATAL_FAILURE(Calibrate(*window));
-  Save(*window);
-  CalibSession& calib = Calib(*window);
-  window->entry(CalibMainWindow::kAlignWand)->trigger();
-  window->sl_Align();
-  ASSERT_TRUE(calib.aligning);
-  ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 60000)) << calib.alignPointCount();
-  Save(*window);
-  ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), Truth(truthFile)));
-  EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
-}
-
 // The jitter test of the orientation bar on a body resting in a calibrated
 // room: every marker's error radius is of the order of the detection noise.
 TEST_F(AlignmentZordTest, JitterOfARestingBodyIsOfTheOrderOfTheNoise) {

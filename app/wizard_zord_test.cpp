@@ -1,8 +1,9 @@
 // The wizard as a new operator meets it, against a real zord started blank:
 // "Select Mode", then "continue" page by page through capture, calibration,
 // saving and the alignment on the frame lying on the floor; then the
-// alignment wizard alone on the calibrated server. The operator's wand is
-// driven explicitly. Heavy (SERIAL).
+// alignment wizard alone on the calibrated server. As in scripts/demo,
+// nobody drives the room: zord's operator follows the client (waves the wand
+// while the capture runs, rests it where the alignment asks). Heavy (SERIAL).
 #include <QLabel>
 #include <QMenuBar>
 #include <QPushButton>
@@ -39,21 +40,16 @@ class WizardZordTest : public zortest::CalibrationZordTest {
   static void Page(CalibMainWindow& window) {
     Shot(window, QStringLiteral("wizard-%1.png").arg(window.wizard()->page()).toUtf8().constData());
   }
-  // The wand rests on the frame's three LEDs in turn; the wizard lights the
-  // lamp of the point it waits for and moves to page 8 after the third.
-  void AlignOnTheFrame(CalibMainWindow& window, const std::string& address, const Truth& truth) {
+  // The operator rests the wand on the frame's three LEDs in turn; the wizard
+  // lights the lamp of the point it waits for and moves to page 8 after the third.
+  void AlignOnTheFrame(CalibMainWindow& window, const std::string& address) {
     CalibWizard* wizard = window.wizard();
     EXPECT_EQ(wizard->alignLampOn(), 1);
     EXPECT_EQ(wizard->resultLabel()->text(), "Capturing alignment points:");
-    int lamp = 1;
-    for (int corner : {zortest::kFrameOrigin, zortest::kFrameOnX, zortest::kFrameOnZ}) {
-      zortest::Rest(address, truth.led.at(corner));
-      ASSERT_TRUE(RunUntil([&] { return wizard->page() == 8 || wizard->alignLampOn() == lamp + 1; },
-                           30000))
-          << corner;
-      if (lamp++ == 1) Page(window);
-      zortest::Wave(address);
-      ASSERT_NO_FATAL_FAILURE(Frames(window, 200));
+    for (int lamp = 2; lamp <= 4; ++lamp) {
+      ASSERT_TRUE(RunUntil([&] { return wizard->page() == 8 || wizard->alignLampOn() == lamp; }, 30000))
+          << "point " << lamp - 1;
+      if (lamp == 2) Page(window);
     }
     ASSERT_EQ(wizard->page(), 8);
     EXPECT_EQ(wizard->resultLabel()->text(), "Alignment Complete.");
@@ -66,7 +62,7 @@ class WizardZordTest : public zortest::CalibrationZordTest {
 TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignmentAloneKeepsIt) {
   zortest::TempDir dir;
   const std::string truthFile = dir.File("truth.json");
-  auto zord = StartZord({"--truth-out", truthFile});
+  auto zord = StartZord({"--truth-out", truthFile, "--operator", "follow"});
   const Truth truth(truthFile);
   const std::string address = zord->address();
   std::vector<Vector3d> calibrated;
@@ -88,7 +84,6 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     EXPECT_TRUE(window->aiming());
     ASSERT_NO_FATAL_FAILURE(Frames(*window, 100));
     Page(*window);
-    zortest::Wave(address);
     ASSERT_NO_FATAL_FAILURE(Continue(*window, 3));
     EXPECT_TRUE(calib.capturing && !window->aiming());
     const int frames = static_cast<int>(8 * calib.frequency);
@@ -120,7 +115,7 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
 
     ASSERT_NO_FATAL_FAILURE(Continue(*window, 7));
     ASSERT_TRUE(calib.aligning);
-    ASSERT_NO_FATAL_FAILURE(AlignOnTheFrame(*window, address, truth));
+    ASSERT_NO_FATAL_FAILURE(AlignOnTheFrame(*window, address));
     Page(*window);
     ExpectCamerasOnTruth(*window, truth, 10.0);
     calibrated = CameraPositions(*window);
@@ -139,7 +134,7 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
   ASSERT_TRUE(window->session().connected());
   ASSERT_NO_FATAL_FAILURE(Continue(*window, 7));
   ASSERT_TRUE(Calib(*window).aligning);
-  ASSERT_NO_FATAL_FAILURE(AlignOnTheFrame(*window, address, truth));
+  ASSERT_NO_FATAL_FAILURE(AlignOnTheFrame(*window, address));
   EXPECT_EQ(Calib(*window).quality, 0) << "never calibrated";
   const std::vector<Vector3d> after = CameraPositions(*window);
   ASSERT_EQ(after.size(), calibrated.size());
