@@ -82,7 +82,7 @@ bool WandSampleFrame(const std::vector<Intrinsics>& cameras, const WandFrame& fr
                      const StraightWand& wand, SampleFrame* out) {
   for (const WandObservation& o : frame.observations)
     if (o.camera < 0 || o.camera >= static_cast<int>(cameras.size())) return false;
-  *out = CleanFrame(cameras, frame, wand);
+  *out = CleanFrame(cameras, frame, -1, wand);  // a live frame is in no run yet
   return Usable(*out, wand.ids.size());
 }
 
