@@ -10,6 +10,7 @@
 #include "zord/solver/pose_chain.h"
 #include "zord/solver/pose_uncertainty.h"
 #include "zord/solver/relative_poses.h"
+#include "zord/solver/resection.h"
 #include "zord/solver/sample_set.h"
 #include "zord/solver/world_frame.h"
 
@@ -195,6 +196,33 @@ class WandCalibration {
     return outcome.ok || (!outcome.cancelled && Fail(pass, outcome.problem));
   }
 
+  // A camera most of whose detections miss the wand that the others agree
+  // on started from a wrong pose (facing a shiny wall, its pair estimate can
+  // follow the wand's reflection): it is posed again from the wand. True when
+  // any camera moved.
+  bool RepositionStrayCameras(const std::vector<std::vector<double>>& errors) {
+    const double threshold = OutlierThreshold(errors);
+    std::vector<int> seen(set_.cameras, 0), fit(set_.cameras, 0);
+    for (size_t f = 0; f < errors.size(); ++f) {
+      for (size_t i = 0; i < errors[f].size(); ++i) {
+        if (std::isnan(errors[f][i])) continue;
+        const int c = set_.frames[f].samples[i].camera;
+        ++seen[c];
+        fit[c] += errors[f][i] <= threshold;
+      }
+    }
+    bool moved = false;
+    for (int c = 0; c < set_.cameras; ++c) {
+      if (!state_.use[c] || c == tree_.root || 2 * fit[c] >= seen[c]) continue;
+      Extrinsics pose;
+      if (ResectCamera(set_, wand_, state_, c, threshold, 2 * options_.min_camera_frames, &pose)) {
+        state_.poses[c] = pose;
+        moved = true;
+      }
+    }
+    return moved;
+  }
+
   bool RobustAdjustment() {
     BundleSettings settings;
     settings.robust = true;
@@ -204,6 +232,10 @@ class WandCalibration {
     state_.TrustAll(set_);
     if (!Adjust(3, settings)) return false;
     auto errors = SampleErrors(set_, wand_, state_);
+    if (RepositionStrayCameras(errors)) {
+      if (!Adjust(3, settings)) return false;
+      errors = SampleErrors(set_, wand_, state_);
+    }
     // Huber matches least squares below its knee: when no error reached it and
     // no sample is dropped or added, this is already the least-squares solution.
     const std::vector<std::vector<bool>> adjusted = state_.inlier;

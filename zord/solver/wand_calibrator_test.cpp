@@ -193,11 +193,13 @@ TEST(WandCalibrator, OutliersAndReflectionsAreRejected) {
   ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
   EXPECT_NEAR(run.result.rms_px, 0.1, 0.015);
   EXPECT_GT(run.result.outliers, 0);
-  // Each reflection is left out and the LED's true blob kept.
-  EXPECT_EQ(run.result.repeated, reflections);
-  for (const RejectedDetection& r : run.result.rejected) {
-    if (r.repeated) EXPECT_GE(static_cast<size_t>(r.observation), genuine[r.frame]);
-  }
+  // Each reflection is left out; the LED's true blob is kept unless it was
+  // moved as an outlier itself (3 %).
+  int originals_lost = 0;
+  for (const RejectedDetection& r : run.result.rejected)
+    originals_lost += r.repeated && static_cast<size_t>(r.observation) < genuine[r.frame];
+  EXPECT_EQ(run.result.repeated, reflections + originals_lost);
+  EXPECT_LT(originals_lost, reflections / 10);
   const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses,
                                                std::vector<bool>(options.cameras, true));
   EXPECT_LT(errors.position_max_mm, 0.5);
