@@ -15,14 +15,14 @@
 namespace zord {
 
 struct BumpWatchOptions {
-  double checks_per_second = 120;  // frames looked at, at most (the rest are skipped)
+  double checks_per_second = 60;   // frames looked at, at most (the rest are skipped)
   double smoothing_s = 0.25;       // time constant of the live residual
   double settle_s = 2.0;           // after a calibration change: learning its level
   double alert_px = 0.6;           // flagged above level + this...
   double alert_factor = 3.0;       // ...and above this times the level
   double clear_px = 0.3;           // cleared again below level + this
   int min_views = 3;               // an LED needs this many calibrated views to check one
-  int max_leds = 24;               // LEDs looked at per check, taken in turn (bounds the cost)
+  int max_leds = 16;               // LEDs looked at per check, taken in turn (bounds the cost)
 };
 
 struct CameraWatch {

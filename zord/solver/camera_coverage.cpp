@@ -90,21 +90,26 @@ CameraLinks CountSharedSamples(const SampleSet& set) {
     seen.clear();
     for (int c = 0; c < n; ++c)
       if (ranges[c].second > ranges[c].first) seen.push_back(c);
-    for (size_t i = 0; i < seen.size(); ++i) {
-      for (size_t j = i + 1; j < seen.size(); ++j) {
-        const int a = seen[i], b = seen[j];
-        int common = 0;
-        ForEachCommonLed(frame, ranges[a], ranges[b], [&](int, int) { ++common; });
-        links.shared_samples(a, b) += common;
-        links.shared_samples(b, a) += common;
-        if (common >= 2) {
-          ++links.shared_frames(a, b);
-          ++links.shared_frames(b, a);
-        }
+    CountFramePairs(frame, ranges, seen, &links);
+  }
+  return links;
+}
+
+void CountFramePairs(const SampleFrame& frame, const std::vector<SampleRange>& ranges,
+                     const std::vector<int>& seen, CameraLinks* links) {
+  for (size_t i = 0; i < seen.size(); ++i) {
+    for (size_t j = i + 1; j < seen.size(); ++j) {
+      const int a = seen[i], b = seen[j];
+      int common = 0;
+      ForEachCommonLed(frame, ranges[a], ranges[b], [&](int, int) { ++common; });
+      links->shared_samples(a, b) += common;
+      links->shared_samples(b, a) += common;
+      if (common >= 2) {
+        ++links->shared_frames(a, b);
+        ++links->shared_frames(b, a);
       }
     }
   }
-  return links;
 }
 
 }  // namespace zord

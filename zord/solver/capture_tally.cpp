@@ -34,20 +34,7 @@ void CaptureTally::Add(const SampleFrame& frame, const std::vector<Intrinsics>& 
       cam.cells |= uint64_t{1} << (row * kGrid + col);
     }
   }
-  // Pairs as CountSharedSamples counts them.
-  for (size_t i = 0; i < seen_.size(); ++i) {
-    for (size_t j = i + 1; j < seen_.size(); ++j) {
-      const int a = seen_[i], b = seen_[j];
-      int common = 0;
-      ForEachCommonLed(frame, ranges[a], ranges[b], [&](int, int) { ++common; });
-      links_.shared_samples(a, b) += common;
-      links_.shared_samples(b, a) += common;
-      if (common >= 2) {
-        ++links_.shared_frames(a, b);
-        ++links_.shared_frames(b, a);
-      }
-    }
-  }
+  CountFramePairs(frame, ranges, seen_, &links_);  // as CountSharedSamples counts them
 }
 
 std::vector<CameraTallyReport> CaptureTally::Report(const std::vector<Intrinsics>& lenses,

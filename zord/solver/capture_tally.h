@@ -63,4 +63,9 @@ bool WandSampleFrame(const std::vector<Intrinsics>& cameras, const WandFrame& fr
 // sum of their outer products (as MeasureCoverage measures a camera's).
 double NarrowestSpread(const Eigen::Vector2d& sum, const Eigen::Matrix2d& sum_sq, int n);
 
+// Adds one frame's pairs of cameras (`seen`: those with samples) to `links`:
+// the LEDs both saw, and the frame when they share two or more.
+void CountFramePairs(const SampleFrame& frame, const std::vector<SampleRange>& ranges,
+                     const std::vector<int>& seen, CameraLinks* links);
+
 }  // namespace zord
