@@ -192,6 +192,20 @@ bool SaveCalibration(const std::string& path, const CalibrationState& state, std
   return WriteFileAtomically(path, CalibrationToJson(state).dump(2) + "\n", error);
 }
 
+void RemoveLeftoverTemporaries(const std::string& path) {
+  const std::filesystem::path target(path);
+  const std::filesystem::path folder =
+      target.has_parent_path() ? target.parent_path() : std::filesystem::path(".");
+  const std::string prefix = "." + target.filename().string() + ".";
+  std::error_code ec;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ec)) {
+    const std::string name = entry.path().filename().string();
+    if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0 &&
+        entry.is_regular_file(ec))
+      std::filesystem::remove(entry.path(), ec);
+  }
+}
+
 bool WriteFileAtomically(const std::string& path, const std::string& contents, std::string* error) {
   const std::filesystem::path target(path);
   const std::filesystem::path folder =

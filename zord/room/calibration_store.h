@@ -43,5 +43,9 @@ nlohmann::json LensToJson(const Intrinsics& lens);
 // Writes `contents` to a temporary file in the same folder, syncs it, renames
 // it over `path` and syncs the folder.
 bool WriteFileAtomically(const std::string& path, const std::string& contents, std::string* error);
+// Removes the temporary files of `path` that a process killed between naming
+// its temporary and renaming it left behind (".<name>.NNNNNN" beside it). For
+// the one process that writes `path`, before its first write.
+void RemoveLeftoverTemporaries(const std::string& path);
 
 }  // namespace zord

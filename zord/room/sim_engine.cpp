@@ -63,6 +63,7 @@ CalibrationState SimEngine::InitialCalibration() const {
 
 bool SimEngine::Start(std::string* error) {
   CalibrationState initial = InitialCalibration();
+  if (!options_.state_file.empty()) RemoveLeftoverTemporaries(options_.state_file);
   if (!options_.calibration_file.empty()) {
     if (LoadCalibration(options_.calibration_file, scene_->cameras.size(), &initial, error) !=
         LoadStatus::kLoaded) {
