@@ -205,6 +205,46 @@ TEST_F(ViewHarness, AimingMarksACameraThatSeesNothing) {
   EXPECT_TRUE(view_->view2d());
 }
 
+// Trails come from a buffer kept between frames: it must show the kept
+// history (through the ring's wrap, broken where the marker was unseen,
+// slow enough to be drawn through every few positions), fade, and forget
+// what a reset dropped.
+TEST_F(ViewHarness, TrailsShowTheKeptHistoryOnly) {
+  MarkerStore& store = view_->markerStore();
+  store.SetBrush(kBrushLines);
+  store.SetMaxHistory(1000);
+  const auto feed = [&](int from, int to, float y) {
+    for (int i = from; i < to; ++i) {  // 3 mm a frame along x
+      session_.markers = {At(0, -3000.0f + 3 * i, y, 0)};
+      if (i >= 1200 && i < 1240) session_.markers[0].cond = -1;
+      view_->ProcessFrame();
+    }
+  };
+  feed(0, 1500, 1000);
+  const auto lit = [&](float x, float y) {
+    Repaint();
+    const QImage shot = view_->grabFramebuffer();
+    const float s = view_->PositionScale();
+    const QPoint at = ToScreen(Vec3(x * s, y * s, 0)) * view_->devicePixelRatioF();
+    for (int dy = -3; dy <= 3; ++dy) {
+      if (shot.pixelColor(at.x(), at.y() + dy).green() > 100) return true;
+    }
+    return false;
+  };
+  EXPECT_FALSE(lit(-2000, 1000));  // older than the history
+  EXPECT_TRUE(lit(-600, 1000));
+  EXPECT_FALSE(lit(660, 1000));  // unseen
+  EXPECT_TRUE(lit(1200, 1000));
+  store.SetFade(true);
+  store.SetFadeCount(300);
+  EXPECT_FALSE(lit(-600, 1000));
+  EXPECT_TRUE(lit(1200, 1000));
+  store.Reset(480);
+  feed(0, 300, 2000);
+  EXPECT_FALSE(lit(1200, 1000));
+  EXPECT_TRUE(lit(-2500, 2000));
+}
+
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
   SyntheticScene scene;
   scene.markers = 0;

@@ -18,6 +18,7 @@ void MarkerTrail::Push(const Vec3& p, size_t capacity) {
   ring[head] = p;
   head = (head + 1) % ring.size();
   if (count < ring.size()) ++count;
+  ++pushed;
 }
 
 int MarkerStore::Ratio(float systemFreq, float filterFreq) {
@@ -87,7 +88,7 @@ size_t MarkerStore::HistoryBytes() const {
 
 void MarkerStore::RecordTrails(const std::vector<ZORMarker>& markers) {
   if (brush_ == kBrushNone) return;
-  if (trails_.size() < markers.size()) trails_.resize(markers.size());
+  for (size_t i = trails_.size(); i < markers.size(); ++i) trails_.emplace_back().serial = ++trailSerial_;
   const float gap = std::numeric_limits<float>::quiet_NaN();
   for (size_t i = 0; i < trails_.size(); ++i) {
     MarkerTrail& t = trails_[i];
@@ -96,6 +97,7 @@ void MarkerStore::RecordTrails(const std::vector<ZORMarker>& markers) {
     if (m && m->id != t.id) {
       t = MarkerTrail{};
       t.id = m->id;
+      t.serial = ++trailSerial_;
     }
     const bool seen = m && m->cond > 0;
     t.Push(seen ? Vec3(m->x, m->y, m->z) : Vec3(gap, gap, gap), static_cast<size_t>(maxHistory_));

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "view/marker_filter.h"
@@ -18,6 +19,8 @@ struct MarkerTrail {
   std::vector<Vec3> ring;  // circular, `head` is the next write
   size_t head = 0;
   size_t count = 0;
+  uint64_t pushed = 0;  // positions pushed since the trail began
+  uint64_t serial = 0;  // tells this trail from any earlier one in the slot
 
   void Push(const Vec3& p, size_t capacity);
   // i = 0 is the newest position.
@@ -77,5 +80,6 @@ class MarkerStore {
   bool fade_ = false;
   int fadeCount_ = 480;
   int maxHistory_ = 960;
+  uint64_t trailSerial_ = 0;
   float averageCondition_ = 0;
 };

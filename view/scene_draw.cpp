@@ -497,58 +497,8 @@ void SceneView::DrawMarkers(bool forPick) {
 }
 
 // The trails are the view's heaviest drawing (up to thousands of positions
-// per marker): they are gathered into one pair of client-side arrays and drawn
-// run by run, instead of one call per position.
-void SceneView::DrawTrails() {
-  const int brush = store_.brush();
-  if (brush == kBrushNone) return;
-  const float s = PositionScale();
-  const bool fading = store_.fade();
-  const size_t fade = static_cast<size_t>(store_.fadeCount());
-  trailXyz_.clear();
-  trailRgba_.clear();
-  trailRuns_.clear();
-  auto closeRun = [this](GLint& first) {
-    const GLint end = static_cast<GLint>(trailXyz_.size() / 3);
-    if (end - first > 0) trailRuns_.emplace_back(first, end - first);
-    first = end;
-  };
-  for (const MarkerTrail& t : store_.trails()) {
-    if (t.count < 2) continue;
-    const Colour c = gldraw::TrackerColour(t.id >> 12);
-    GLint first = static_cast<GLint>(trailXyz_.size() / 3);
-    for (size_t i = t.count; i-- > 0;) {  // oldest first
-      const Vec3& p = t.Back(i);
-      if (std::isnan(p[0])) {  // not seen in that frame: the line breaks
-        closeRun(first);
-        continue;
-      }
-      // Fading: linear from full at the newest to nothing at `fade` frames.
-      float alpha = 0.8f;
-      if (fading) {
-        if (i >= fade) continue;
-        alpha *= 1.0f - float(i) / fade;
-      }
-      trailXyz_.insert(trailXyz_.end(), {p[0] * s, p[1] * s, p[2] * s});
-      trailRgba_.insert(trailRgba_.end(), {c.v[0], c.v[1], c.v[2], alpha});
-    }
-    closeRun(first);
-  }
-  if (trailRuns_.empty()) return;
-  glPointSize(2);
-  glPushClientAttrib(GL_CLIENT_VERTEX_ARRAY_BIT);
-  glEnableClientState(GL_VERTEX_ARRAY);
-  glEnableClientState(GL_COLOR_ARRAY);
-  glVertexPointer(3, GL_FLOAT, 0, trailXyz_.data());
-  glColorPointer(4, GL_FLOAT, 0, trailRgba_.data());
-  if (brush == kBrushLines) {
-    for (const auto& [first, count] : trailRuns_) glDrawArrays(GL_LINE_STRIP, first, count);
-  } else {
-    glDrawArrays(GL_POINTS, 0, static_cast<GLsizei>(trailXyz_.size() / 3));
-  }
-  glPopClientAttrib();
-  glPointSize(1);
-}
+// per marker): they live in a buffer kept between frames (view/trail_buffer).
+void SceneView::DrawTrails() { trails_.Draw(store_, PositionScale(), camera_); }
 
 // ---------------------------------------------------------------- labels
 

@@ -46,6 +46,7 @@ void SceneView::ProcessFrame() {
 void SceneView::InitializeGL() {
   lists_.Forget();  // a new context holds none of the old lists
   coneLists_.clear();
+  trails_.Forget();
   gridDirty_ = true;
   gldraw::SetUpLights();
 }
@@ -54,6 +55,7 @@ void SceneView::ReleaseGL() {
   lists_.Delete();
   for (GLuint id : coneLists_) glDeleteLists(id, 1);
   coneLists_.clear();
+  trails_.Release();
 }
 
 void SceneView::Resize(int width, int height) {

@@ -9,7 +9,6 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "view/frame_clock.h"
@@ -19,6 +18,7 @@
 #include "view/mouse_state.h"
 #include "view/orientation.h"
 #include "view/selection.h"
+#include "view/trail_buffer.h"
 #include "view/view_camera.h"
 
 class ZOR;
@@ -219,8 +219,5 @@ class SceneView {
   std::string overlayText_;
   uint32_t frames_ = 0;
   std::vector<uint32_t> pickBuffer_;
-  // The trails of a frame as client-side arrays (kept to reuse their memory):
-  // positions, colours and the unbroken runs drawn from them.
-  std::vector<float> trailXyz_, trailRgba_;
-  std::vector<std::pair<GLint, GLsizei>> trailRuns_;
+  TrailBuffer trails_;
 };
