@@ -28,9 +28,10 @@ std::unique_ptr<zord::SimEngine> MakeEngine(const zord::SimOptions& options) {
 }
 
 // An engine tracking every LED of the scene as points and every body as a rigid.
-std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file) {
+std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file, bool watch = true) {
   zord::SimOptions options;
   options.scene_file = scene_file;
+  options.camera_watch = watch;
   auto engine = MakeEngine(options);
   const zord::Scene& scene = engine->scene();
   const zord::ClientContext who{1, 0};
@@ -54,8 +55,8 @@ std::unique_ptr<zord::SimEngine> MakeTrackedEngine(const std::string& scene_file
   return engine;
 }
 
-void RunSteps(benchmark::State& state, const char* scene, bool images) {
-  auto engine = MakeTrackedEngine(ScenePath(scene));
+void RunSteps(benchmark::State& state, const char* scene, bool images, bool watch = true) {
+  auto engine = MakeTrackedEngine(ScenePath(scene), watch);
   zord::FrameData frame;
   frame.want_images = images;
   frame.want_detectors = true;
@@ -73,6 +74,12 @@ void RunSteps(benchmark::State& state, const char* scene, bool images) {
 // 32 cameras, 512 LEDs, 16 rigid bodies: the streaming benchmark's server.
 void BM_Step32Cameras512Leds(benchmark::State& state) { RunSteps(state, "bench.json", false); }
 BENCHMARK(BM_Step32Cameras512Leds)->Unit(benchmark::kMicrosecond);
+
+// The same with the watch for knocked cameras off: what the watch costs.
+void BM_Step32Cameras512LedsNoWatch(benchmark::State& state) {
+  RunSteps(state, "bench.json", false, false);
+}
+BENCHMARK(BM_Step32Cameras512LedsNoWatch)->Unit(benchmark::kMicrosecond);
 
 void BM_Step32Cameras512LedsWithImages(benchmark::State& state) {
   RunSteps(state, "bench.json", true);

@@ -19,6 +19,9 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   app.add_option("--name", server.name, "display name in discovery (default: the host name)");
   app.add_option("--frequency", server.frequency, "frame rate, 30..960 Hz")->capture_default_str();
+  app.add_option("--pace", server.pace,
+                 "step the frames this many times faster than the frame rate (tests), 1..64")
+      ->capture_default_str();
   app.add_option("--scene", sim.scene_file, "scene file (default: the built-in scene)");
   app.add_option("--state", sim.state_file, "file that keeps the saved calibration");
   app.add_option("--calibration", sim.calibration_file, "start from this calibration file");

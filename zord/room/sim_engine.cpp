@@ -157,7 +157,7 @@ void SimEngine::Step(int32_t frame_number, double dt, int64_t time_us, FrameData
     detector_.Run(world_, lit_, &person);
   }
   Reconstruct(*plan, *rig);
-  WatchCameras(*plan, rig, dt);
+  if (options_.camera_watch) WatchCameras(*plan, rig, dt);
   Report(*plan, *rig, frame_number, out);
   if (out.want_images) {
     if (replayed) {

@@ -38,6 +38,7 @@ struct SimOptions {
   uint64_t seed = 1;             // noise and drop-outs
   double noise_px = -1;          // pixel noise sigma; < 0: the scene's
   bool capture_tally = true;     // count captured wand frames live (ZOR_CALIB_COVERAGE)
+  bool camera_watch = true;      // watch calibrated cameras for knocks (ZOR_CAMERA_WATCH)
   bool follow = false;           // the operator starts in follow mode
   bool Check(std::string* why) const;
 };

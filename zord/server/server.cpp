@@ -65,6 +65,7 @@ bool ServerOptions::Check(std::string* why) const {
     return fail("--discovery-port must be in 0..65535");
   if (!(frequency >= kMinFrequency && frequency <= kMaxFrequency))
     return fail("--frequency must be in 30..960");
+  if (!(pace >= 1 && pace <= 64)) return fail("--pace must be in 1..64");
   if (name.size() > 200) return fail("--name is longer than 200 characters");
   if (max_sessions < 1 || max_sessions > 10000) return fail("--max-sessions must be in 1..10000");
   if (control_token.size() > 200 || control_token.find(' ') != std::string::npos)
@@ -83,7 +84,8 @@ Server::Server(Engine& engine, ServerOptions options)
                                [this] {
                                  WatchCameras();
                                  PushCalibMessages();
-                               }}),
+                               }},
+             options_.pace),
       handler_(engine, clock_, ServerDescription(options_.name), [this] {
         const ServerStats s = stats();
         return nlohmann::json{{"sessions", s.sessions},

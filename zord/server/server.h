@@ -28,6 +28,7 @@ struct ServerOptions {
   int discovery_port = ZOR_DEFAULT_PORT;  // 0: no discovery
   std::string name;                       // display name; empty: the host name
   double frequency = 480;
+  double pace = 1;  // frames stepped this many times faster than their rate (tests), 1..64
   SessionLimits limits;
   int max_sessions = 64;  // connections of any kind; more are closed at once
   // Operator control (pause, rewind, moving things) is accepted from this

@@ -19,8 +19,8 @@ int64_t MicrosecondsNow() {
 
 }  // namespace
 
-FrameClock::FrameClock(Engine& engine, double frequency, Hooks hooks)
-    : engine_(engine), hooks_(std::move(hooks)), frequency_(frequency) {}
+FrameClock::FrameClock(Engine& engine, double frequency, Hooks hooks, double pace)
+    : engine_(engine), hooks_(std::move(hooks)), pace_(pace), frequency_(frequency) {}
 
 FrameClock::~FrameClock() { Stop(); }
 
@@ -105,7 +105,7 @@ void FrameClock::Run() {
     }
     if (hooks_.publish) hooks_.publish(std::move(frame));
 
-    next += std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(1.0 / hz));
+    next += std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(1.0 / (hz * pace_)));
     if (SteadyClock::now() - next > kMaxLag) next = SteadyClock::now();
     lock.lock();
   }

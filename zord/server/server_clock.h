@@ -45,7 +45,9 @@ class FrameClock {
     bool silent = false;
   };
 
-  FrameClock(Engine& engine, double frequency, Hooks hooks);
+  // `pace` > 1 steps the frames that many times faster than their rate (each
+  // still one 1/frequency step of the room): simulated minutes in seconds.
+  FrameClock(Engine& engine, double frequency, Hooks hooks, double pace = 1);
   ~FrameClock();  // stops
   FrameClock(const FrameClock&) = delete;
   FrameClock& operator=(const FrameClock&) = delete;
@@ -66,6 +68,7 @@ class FrameClock {
 
   Engine& engine_;
   const Hooks hooks_;
+  const double pace_;
   std::atomic<double> frequency_;
   std::atomic<bool> paused_{false};
   std::atomic<bool> silent_{false};
