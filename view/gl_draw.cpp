@@ -126,6 +126,17 @@ void SetUpLights() {
   glHint(GL_PERSPECTIVE_CORRECTION_HINT, GL_NICEST);
 }
 
+void BodySpot(const Vec3& position, const Vec3& direction) {
+  glColorMaterial(GL_FRONT, GL_AMBIENT_AND_DIFFUSE);
+  glEnable(GL_COLOR_MATERIAL);
+  const float white[4] = {1, 1, 1, 1};
+  const float at[4] = {position[0], position[1], position[2], 1};
+  const float aim[3] = {direction[0], direction[1], direction[2]};
+  glLightfv(GL_LIGHT0, GL_SPECULAR, white);
+  glLightfv(GL_LIGHT0, GL_POSITION, at);
+  glLightfv(GL_LIGHT0, GL_SPOT_DIRECTION, aim);
+}
+
 void Colour4(const Colour& c) { glColor4fv(c.data()); }
 
 bool TextAvailable() { return glutGet(GLUT_INIT_STATE) != 0; }

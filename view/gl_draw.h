@@ -37,6 +37,11 @@ Colour Palette(int index);
 Colour TrackerColour(int trackerId);
 
 void SetUpLights();
+// The spot of the body drawing: colour material on front ambient and
+// diffuse, light 0 with a white specular term, at point `position` (w = 1)
+// aimed along `direction`, both in the current model-view's coordinates.
+// Lighting state only: the caller enables lighting around what it lights.
+void BodySpot(const Vec3& position, const Vec3& direction);
 void Colour4(const Colour& c);
 
 bool TextAvailable();

@@ -383,6 +383,22 @@ void SceneView::DrawRigids(bool forPick) {
   const float ps = PositionScale();  // session units to scene units
   const float m = options_.markerScale, s = options_.viewScale;
   const std::vector<ZORRigid>& rigids = session_->rigids;
+  if (!forPick) {
+    // The bodies' spheres are lit by the body spot, placed at the eye and
+    // aimed along the view (a head lamp: the side the operator looks at is
+    // the bright one). The frame itself is drawn unlit (flat colours), so
+    // lighting is switched on for the spheres only; a light's specular term
+    // shows only on a material with one, so the bodies get a moderate one.
+    glPushAttrib(GL_ENABLE_BIT | GL_LIGHTING_BIT | GL_CURRENT_BIT | GL_LINE_BIT);
+    glPushMatrix();
+    glLoadIdentity();
+    gldraw::BodySpot({0, 0, 0}, {0, 0, -1});
+    glPopMatrix();
+    const float shine[4] = {0.6f, 0.6f, 0.6f, 1};
+    glMaterialfv(GL_FRONT, GL_SPECULAR, shine);
+    glMaterialf(GL_FRONT, GL_SHININESS, 24);
+    glEnable(GL_NORMALIZE);  // the unit sphere is scaled to the body's size
+  }
   for (size_t i = 0; i < rigids.size(); ++i) {
     const ZORRigid& b = rigids[i];
     if (!(b.cond >= 0)) continue;
@@ -419,7 +435,9 @@ void SceneView::DrawRigids(bool forPick) {
     glPushMatrix();
     const float r = 5 * m * s;
     glScalef(r, r, r);
+    glEnable(GL_LIGHTING);
     lists_.Call(draw.fill ? gldraw::kSolidSphere : gldraw::kWireSphere);
+    glDisable(GL_LIGHTING);
     glPopMatrix();
     glPopMatrix();
     if (selected) {
@@ -429,6 +447,7 @@ void SceneView::DrawRigids(bool forPick) {
       glLineWidth(1);
     }
   }
+  if (!forPick) glPopAttrib();
 }
 
 void SceneView::DrawMarker(const ZORMarker& mk, const Colour& colour, bool selected) {
