@@ -131,6 +131,10 @@ void CalibMainWindow::disconnectServer() {
 }
 
 void CalibMainWindow::sl_Connect() {
+  if (InsideLinkWait()) {  // a connect or request is under way: not a second one beneath it
+    setEntryChecked(kConnect, session().connected());
+    return;
+  }
   bool connected = false;
   if (!session().connected())
     connected = connectServer(true, true);
@@ -205,6 +209,8 @@ void CalibMainWindow::sl_ZorTimerEvent() {
     if (pumped.last == -1) {  // the link failed
       disconnectServer();
       reportLostLink(session().lastError);
+      // Told once, with its reason: the error line below would repeat it without one.
+      session().lastError = ZOR_NO_ERROR;
       updateControls();
       wizard_->refresh();
     }

@@ -234,8 +234,7 @@ TEST_F(WindowTest, LostLinkDisconnectsRefreshesControlsAndStopsFetching) {
 
   zordouble::Double().errors.push_back(ZOR_CONNECTION_LOST);
   EXPECT_EQ(Quiet([&] { w->sl_ZorTimerEvent(); }),
-            "error: connection to localhost ended: Connection Lost\n"
-            "error: ZorHandlerError:  (0x30)\n");
+            "error: connection to localhost ended: Connection Lost\n");
   EXPECT_FALSE(w->session().connected());
   EXPECT_EQ(w->statusBar()->currentMessage(), "disconnected: Connection Lost");
   EXPECT_FALSE(w->entry(CalibMainWindow::kConnect)->isChecked());

@@ -1,8 +1,17 @@
 // The client window against a real zord: connecting at start-up (-connect),
-// frames reaching the status bar, a server that dies under it and a server
-// that is not there.
+// frames reaching the status bar, a server that dies or freezes under it and a
+// server that is not there.
+#include <signal.h>
+
 #include <QAction>
+#include <QTimer>
+#include <QToolButton>
+#include <QWheelEvent>
 #include <algorithm>
+
+#include "link/event_loop_wait.h"
+#include "view/gl_view.h"
+#include "zorsock/library.h"
 
 #include "app/calib_main_window.h"
 #include "app/window_test_support.h"
@@ -98,6 +107,73 @@ TEST_F(WindowZordTest, ServerDeathDisconnectsAndRefusedReconnectIsReported) {
   EXPECT_NE(out.find("error: connection to " + zord.address() + " ended: Connection Lost"),
             std::string::npos)
       << out;
+}
+
+// A frozen server: while the connect waits the view still zooms, but a second
+// connect (menu or button) is refused and closing is put off until the call
+// returns; frozen under a running session, the link is reported lost once.
+TEST_F(WindowZordTest, FrozenServerRefusesNestedCommandsAndIsReportedOnce) {
+  zortest::ZordProcess zord;
+  ASSERT_TRUE(zord.Start()) << zord.error();
+  zorsock::ConnectionOptions link;
+  link.connect_timeout = std::chrono::milliseconds(1500);
+  link.silence_timeout = std::chrono::milliseconds(1000);
+  zorsock::SetConnectionOptions(link);
+  CalibOptions options("Corvane System Calibration");
+  options.server = zord.address();
+  options.startMode = 2;
+  CalibMainWindow window(nullptr, "w", options);
+  window.show();
+  QAction* connect = window.entry(CalibMainWindow::kConnect);
+  QToolButton* button = nullptr;
+  for (auto* b : window.findChildren<QToolButton*>())
+    if (b->defaultAction() == connect) button = b;
+  ASSERT_TRUE(button);
+  const float distance = window.view()->camera().distance;
+
+  kill(zord.pid(), SIGSTOP);
+  bool inside = false;
+  int triggered = 0;
+  QObject::connect(connect, &QAction::triggered, [&] { ++triggered; });
+  QTimer::singleShot(300, &window, [&] {
+    inside = InsideLinkWait();
+    connect->trigger();
+    const QPointF at(button->width() / 2.0, button->height() / 2.0);
+    for (auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease})
+      QCoreApplication::postEvent(button, new QMouseEvent(type, at, button->mapToGlobal(at), Qt::LeftButton,
+                                                          Qt::LeftButton, Qt::NoModifier));
+    const QPointF mid(window.view()->width() / 2.0, window.view()->height() / 2.0);
+    QCoreApplication::postEvent(window.view(),
+                                new QWheelEvent(mid, window.view()->mapToGlobal(mid), {}, {0, 120},
+                                                Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false));
+    window.close();
+  });
+  testing::internal::CaptureStdout();
+  connect->trigger();
+  EXPECT_TRUE(inside);
+  EXPECT_EQ(triggered, 2);  // ours and the nested one, which did nothing; the click was refused
+  EXPECT_FALSE(window.session().connected());
+  EXPECT_EQ(boxes.size(), 1) << boxes.join("\n").toStdString();
+  EXPECT_LT(window.view()->camera().distance, distance);
+  EXPECT_TRUE(window.isVisible());
+  RunUntil([] { return false; }, 100);
+  EXPECT_FALSE(window.isVisible());
+
+  // Frozen under a streaming session.
+  window.show();
+  kill(zord.pid(), SIGCONT);
+  connect->trigger();
+  ASSERT_TRUE(window.session().connected());
+  ASSERT_TRUE(RunUntil([&] { return window.session().lastFrame > 10; }, 10000));
+  kill(zord.pid(), SIGSTOP);
+  EXPECT_TRUE(RunUntil([&] { return !window.session().connected(); }, 5000));
+  kill(zord.pid(), SIGCONT);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(window.statusBar()->currentMessage(), "disconnected: Timed Out");
+  const std::string lost = "error: connection to " + zord.address() + " ended: Timed Out\n";
+  EXPECT_NE(out.find(lost), std::string::npos) << out;
+  EXPECT_EQ(out.find("ZorHandlerError"), std::string::npos) << out;
+  zorsock::SetConnectionOptions({});
 }
 
 }  // namespace

@@ -41,6 +41,7 @@ GLView* ZorViewWindow::createCentralView() {
   view->setObjectName(QStringLiteral("view"));
   view->setMinimumSize(200, 150);
   view->SetSession(session_.get());
+  AllowInputWhileWaiting(view);  // turning and zooming the view starts nothing
   setCentralWidget(view);
   return view;
 }

@@ -1,8 +1,9 @@
 // How long the client's event loop stands still while its server link waits:
-// connecting to a host that never answers, to a frozen (SIGSTOP) zord, and a
-// calibration session through a proxy that adds round-trip delay. The client's
-// own session code runs on a Qt event loop beside a 1 ms timer; the longest
-// gap between two of its ticks is the stall. Not part of CI:
+// connecting to a host that never answers, to a frozen (SIGSTOP) zord, a
+// calibration session through a proxy that adds round-trip delay, and a zord
+// that freezes under a streaming session. The client's own session code runs
+// on a Qt event loop beside a 1 ms timer; the longest gap between two of its
+// ticks is the stall. Not part of CI:
 //   ZOR_BIN_DIR=build/bin ZOR_DATA_DIR=data link_stall_bench [--no-hook] [--delay-us 1000]
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -10,6 +11,7 @@
 #include <arpa/inet.h>
 #include <asio.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <cstdio>
 #include <deque>
 #include <netinet/in.h>
@@ -22,6 +24,7 @@
 #include "calib/calib_session.h"
 #include "link/event_loop_wait.h"
 #include "testing/zord_process.h"
+#include "zorsock/control.h"
 #include "zorsock/zorsock.h"
 
 namespace {
@@ -210,7 +213,16 @@ void Connecting(StallMeter& meter, const char* what, int port) {
 // Opens a calibration session through the proxy and pumps it as the window
 // does (48 frames a 2 ms tick, a calibration message read per frame): 10 s of
 // capture, then a calibration until its last pass.
-void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame) {
+// Frames the server dropped for its sessions because they were not read in
+// time (its own count), -1 when it cannot say.
+long long ServerDrops(const std::string& address) {
+  std::string error;
+  const std::string reply = zorControl(address, R"({"cmd":"clock"})", &error);
+  const auto at = reply.find("\"session_frames_dropped\":");
+  return at == std::string::npos ? -1 : std::atoll(reply.c_str() + at + 25);
+}
+
+void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const std::string& zord) {
   CalibSession session(128, 0.001f);
   session.setWandFiles({zortest::DataPath("wand.rb")});
   meter.Reset();
@@ -258,13 +270,49 @@ void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame) {
   zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
   const double seconds = wall.elapsed() / 1000.0;
   std::printf("calibration session                %6.1f s: %lld frames (%.0f Hz), %lld lost, "
-              "%d dropped by the library, %lld messages, calibrated %d; longest stall %lld ms "
-              "(ending %.1f s in; opening %lld ms)\n",
+              "%d dropped by the library, %lld by the server, %lld messages, calibrated %d; "
+              "longest stall %lld ms (ending %.1f s in; opening %lld ms)\n",
               seconds, static_cast<long long>(frames), frames / seconds,
-              static_cast<long long>(lost), dropped, static_cast<long long>(messages),
+              static_cast<long long>(lost), dropped, ServerDrops(zord), static_cast<long long>(messages),
               session.calibrated ? 1 : 0, static_cast<long long>(meter.max_ms()),
               meter.max_at_ms() / 1000.0, static_cast<long long>(stall_open));
   session.Done();
+}
+
+// A session streaming straight from zord, which then freezes (SIGSTOP): the
+// pump finds no frames and must not wait for them; the library gives the link
+// up once the server has been silent for its time-out.
+void FreezingMidStream(StallMeter& meter, zortest::ZordProcess& zord) {
+  CalibSession session(128, 0.001f);
+  if (FromEventLoop([&] { return session.open(Settings(zord.port()), true, true); }) < 0) {
+    std::printf("mid-stream freeze: cannot connect\n");
+    return;
+  }
+  meter.Reset();
+  QElapsedTimer wall, frozen;
+  wall.start();
+  int64_t frames = 0;
+  int error = 0;
+  QTimer pump;
+  QObject::connect(&pump, &QTimer::timeout, [&] {
+    const auto pumped = session.Pump(48, [&] { ++frames; });
+    if (!frozen.isValid() && wall.elapsed() > 1000) {
+      kill(zord.pid(), SIGSTOP);
+      frozen.start();
+    }
+    if (pumped.last < 0 || wall.elapsed() > 30000) {
+      error = session.lastError;
+      QCoreApplication::quit();
+    }
+  });
+  pump.start(2);
+  QCoreApplication::exec();
+  kill(zord.pid(), SIGCONT);
+  std::printf("zord frozen mid-stream             %lld frames before; link lost (error 0x%x) %lld ms "
+              "after the freeze, longest stall %lld ms\n",
+              static_cast<long long>(frames), error, static_cast<long long>(frozen.elapsed()),
+              static_cast<long long>(meter.max_ms()));
+  if (session.connected()) session.Done();
 }
 
 }  // namespace
@@ -298,6 +346,7 @@ int main(int argc, char** argv) {
   kill(zord.pid(), SIGCONT);
 
   DelayProxy proxy(zord.port(), std::chrono::microseconds(delay_us));
-  Calibrating(meter, proxy.port(), round_trip);
+  Calibrating(meter, proxy.port(), round_trip, zord.address());
+  FreezingMidStream(meter, zord);
   return 0;
 }

@@ -4,22 +4,27 @@
 // the client's pump (up to 48 frames every 2 ms). Prints the frames the server
 // made and the client received, frames lost, the client's CPU time per frame
 // (both of its threads) and the latency from the server's frame clock to the
-// moment the pump hands the frame on.
-//   stream_bench [--seconds 10] [--hz 960] [--scene data/scenes/bench.json]
+// moment the pump hands the frame on. With --report N it prints every N
+// seconds how far it got and the resident memory of client and server, so a
+// long run (a soak) shows whether either grows.
+//   stream_bench [--seconds 10] [--hz 960] [--scene data/scenes/bench.json] [--report 60]
 #include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "testing/zord_process.h"
 #include "zord/server/server_test_support.h"
+#include "zorsock/library.h"
 
 namespace {
 
@@ -31,6 +36,45 @@ double CpuSeconds() {
   auto seconds = [](const timeval& t) { return t.tv_sec + t.tv_usec * 1e-6; };
   return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
+
+// Resident memory of a process in KiB (VmRSS), -1 when unreadable.
+long ResidentKiB(const std::string& pid) {
+  std::ifstream status("/proc/" + pid + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmRSS:", 0) == 0) return std::atol(line.c_str() + 6);
+  }
+  return -1;
+}
+
+// Latencies in 10 µs bins up to 1 s (and one bin beyond): fixed memory however
+// long the run, so the client's own figures do not grow its resident size.
+class LatencyHistogram {
+ public:
+  void Add(double ms) {
+    const double bin = std::clamp(ms * 100, 0.0, double(kBins - 1));
+    ++bins_[static_cast<size_t>(bin)];
+    ++count_;
+    max_ = std::max(max_, ms);
+  }
+  double Percentile(double p) const {
+    if (count_ == 0) return 0;
+    const auto want = static_cast<int64_t>(p * count_);
+    int64_t seen = 0;
+    for (size_t i = 0; i < kBins; ++i) {
+      seen += bins_[i];
+      if (seen > want) return std::min(max_, (i + 1) / 100.0);
+    }
+    return max_;
+  }
+  double max() const { return max_; }
+
+ private:
+  static constexpr size_t kBins = 100001;
+  std::vector<int64_t> bins_ = std::vector<int64_t>(kBins);
+  int64_t count_ = 0;
+  double max_ = 0;
+};
 
 int64_t SteadyMicroseconds() {
   return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now().time_since_epoch())
@@ -92,6 +136,8 @@ int main(int argc, char** argv) {
   app.add_option("--seconds", seconds, "how long to stream")->check(CLI::PositiveNumber);
   app.add_option("--hz", hz, "server frame rate")->check(CLI::PositiveNumber);
   app.add_option("--scene", scene_file, "scene file")->check(CLI::ExistingFile);
+  double report = 0;
+  app.add_option("--report", report, "seconds between progress and memory lines (0: none)");
   CLI11_PARSE(app, argc, argv);
 
   nlohmann::json scene;
@@ -125,12 +171,33 @@ int main(int argc, char** argv) {
   }
 
   int delivered = 0, lost = 0, markers = 0, rigids = 0;
-  std::vector<double> latency_ms;
+  LatencyHistogram latency_ms;
   const int32_t first = f.last_frame;
+  const std::string server_pid = std::to_string(zord.pid());
+  const long client_rss0 = ResidentKiB("self"), server_rss0 = ResidentKiB(server_pid);
   const double cpu0 = CpuSeconds();
   const auto start = Clock::now();
   const auto end = start + std::chrono::duration<double>(seconds);
+  auto next_report = start + std::chrono::duration<double>(report);
+  auto print_memory = [&](const char* when) {
+    zord.output();  // keeps the server's output pipe drained on long runs
+    std::printf("%s %.0f s: frames %d, lost %d; RSS client %ld KiB, server %ld KiB\n", when,
+                std::chrono::duration<double>(Clock::now() - start).count(), delivered, lost,
+                ResidentKiB("self"), ResidentKiB(server_pid));
+    std::fflush(stdout);
+  };
+  std::printf("start: RSS client %ld KiB, server %ld KiB\n", client_rss0, server_rss0);
+  int link_error = 0;
   while (Clock::now() < end) {
+    if (!zorsock::HasOpenSession()) {  // reported, not waited out
+      link_error = zorGetError();
+      std::printf("link lost (error 0x%x)\n", link_error);
+      break;
+    }
+    if (report > 0 && Clock::now() >= next_report) {
+      print_memory("at");
+      next_report += std::chrono::duration<double>(report);
+    }
     for (int i = 0; i < 48; ++i) {
       int time[2] = {0, 0};
       zorGetIntegerv(ZOR_FRAME_TIME, time);
@@ -138,7 +205,7 @@ int main(int argc, char** argv) {
       if (f.Fetch() != 1) break;
       const int64_t made = static_cast<int64_t>(static_cast<uint32_t>(time[0])) |
                            (static_cast<int64_t>(static_cast<uint32_t>(time[1])) << 32);
-      latency_ms.push_back((SteadyMicroseconds() - made) / 1000.0);
+      latency_ms.Add((SteadyMicroseconds() - made) / 1000.0);
       lost += std::max(0, f.last_frame - previous - 1);
       ++delivered;
       markers += static_cast<int>(f.markers.size());
@@ -148,16 +215,12 @@ int main(int argc, char** argv) {
   }
   const double wall = std::chrono::duration<double>(Clock::now() - start).count();
   const double cpu = CpuSeconds() - cpu0;
+  print_memory("end");
   int dropped = 0;
   zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
   const int errors = static_cast<int>(zortest::TakeErrors().size());
   zorDone();
 
-  std::sort(latency_ms.begin(), latency_ms.end());
-  auto percentile = [&latency_ms](double p) {
-    if (latency_ms.empty()) return 0.0;
-    return latency_ms[std::min(latency_ms.size() - 1, static_cast<size_t>(p * latency_ms.size()))];
-  };
   const int made = f.last_frame - first;
   std::printf("scene %s: %d tracked LEDs, %zu rigid bodies, %.0f Hz for %.1f s\n",
               scene_file.c_str(), points, scene.value("bodies", nlohmann::json::array()).size(),
@@ -169,6 +232,6 @@ int main(int argc, char** argv) {
   std::printf("client CPU: %.1f us per frame (%.1f%% of one core)\n",
               delivered ? cpu / delivered * 1e6 : 0, cpu / wall * 100);
   std::printf("latency (server frame clock to delivery): median %.2f ms, p99 %.2f ms, max %.2f ms\n",
-              percentile(0.5), percentile(0.99), percentile(1.0));
-  return lost == 0 && errors == 0 ? 0 : 2;
+              latency_ms.Percentile(0.5), latency_ms.Percentile(0.99), latency_ms.max());
+  return lost == 0 && errors == 0 && link_error == 0 ? 0 : 2;
 }

@@ -148,6 +148,11 @@ bool HasOpenSession() {
   return Lib().connection && Lib().connection->open();
 }
 
+size_t ReceiveBufferCapacity() {
+  std::lock_guard lock(Lib().mu);
+  return Lib().connection ? Lib().connection->receive_capacity() : 0;
+}
+
 }  // namespace zorsock
 
 using namespace zorsock;

@@ -5,8 +5,14 @@
 
 namespace zorsock {
 
+namespace {
+// A message's payload is read this much at a time, so a peer that declares a
+// large message and sends little of it costs little memory.
+constexpr size_t kReadChunk = 64u << 10;
+}  // namespace
+
 bool ConnectionOptions::Check(std::string* why) const {
-  if (connect_timeout.count() <= 0 || reply_timeout.count() <= 0) {
+  if (connect_timeout.count() <= 0 || reply_timeout.count() <= 0 || silence_timeout.count() <= 0) {
     if (why) *why = "time-outs must be positive";
     return false;
   }
@@ -22,7 +28,11 @@ bool ConnectionOptions::Check(std::string* why) const {
 }
 
 Connection::Connection(const ConnectionOptions& options, ErrorQueue& errors)
-    : options_(options), errors_(errors), socket_(io_), frames_(options.frame_queue, options.frame_queue_bytes) {}
+    : options_(options),
+      errors_(errors),
+      socket_(io_),
+      silence_timer_(io_),
+      frames_(options.frame_queue, options.frame_queue_bytes) {}
 
 int Connection::Open(const std::string& server, uint32_t flags, const ConnectionOptions& options,
                      ErrorQueue& errors, std::unique_ptr<Connection>* out) {
@@ -59,13 +69,16 @@ Connection::~Connection() {
     std::error_code ignored;
     socket_.shutdown(asio::ip::tcp::socket::shutdown_both, ignored);
     socket_.close(ignored);
+    silence_timer_.cancel();
   });
   if (thread_.joinable()) thread_.join();
 }
 
 void Connection::Start() {
   io_.restart();
+  last_heard_ = Clock::now();
   ReadHeader();
+  WatchSilence();
   thread_ = std::thread([this] { io_.run(); });
 }
 
@@ -93,15 +106,37 @@ void Connection::ReadHeader() {
     const auto header = wire::DecodeHeader(header_bytes_, nullptr);
     if (!header) return Fail(ZOR_PROTOCOL_ERROR);
     header_ = *header;
+    payload_.clear();
+    // A large message's buffer is not kept for the small ones that follow.
+    if (payload_.capacity() > 2 * kReadChunk) payload_.shrink_to_fit();
     ReadPayload();
   });
 }
 
 void Connection::ReadPayload() {
-  payload_.resize(header_.payload_size());
-  asio::async_read(socket_, asio::buffer(payload_), [this](std::error_code ec, size_t) {
-    if (ec) return Fail(ZOR_CONNECTION_LOST);
-    Dispatch(header_.type);
+  const size_t have = payload_.size();
+  const size_t want = header_.payload_size();
+  receive_capacity_ = payload_.capacity();
+  if (have == want) {
+    last_heard_ = Clock::now();
+    return Dispatch(header_.type);
+  }
+  payload_.resize(have + std::min(kReadChunk, want - have));
+  receive_capacity_ = payload_.capacity();
+  asio::async_read(socket_, asio::buffer(payload_.data() + have, payload_.size() - have),
+                   [this](std::error_code ec, size_t) {
+                     if (ec) return Fail(ZOR_CONNECTION_LOST);
+                     ReadPayload();
+                   });
+}
+
+void Connection::WatchSilence() {
+  silence_timer_.expires_at(last_heard_ + options_.silence_timeout);
+  silence_timer_.async_wait([this](std::error_code ec) {
+    if (ec || !socket_.is_open()) return;
+    // A frozen server, or one stuck mid-message: the link is as good as gone.
+    if (Clock::now() - last_heard_ >= options_.silence_timeout) return Fail(ZOR_TIMED_OUT);
+    WatchSilence();
   });
 }
 
@@ -175,6 +210,7 @@ void Connection::Fail(int code) {
   if (code != 0) errors_.Push(code);
   std::error_code ignored;
   socket_.close(ignored);
+  silence_timer_.cancel();
   replied_.notify_all();
 }
 

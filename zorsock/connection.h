@@ -4,6 +4,7 @@
 #pragma once
 
 #include <asio.hpp>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -23,6 +24,10 @@ namespace zorsock {
 struct ConnectionOptions {
   std::chrono::milliseconds connect_timeout{ZOR_CONNECT_TIMEOUT_MS};
   std::chrono::milliseconds reply_timeout{ZOR_REPLY_TIMEOUT_MS};
+  // The server sends its cameras at least every second, streaming or not:
+  // this long without a whole message and the link counts as lost. Twice the
+  // reply time-out, so a server starved for a while on a busy machine is not.
+  std::chrono::milliseconds silence_timeout{2 * ZOR_REPLY_TIMEOUT_MS};
   size_t frame_queue = 2048;  // frames kept for the caller before the oldest go
   size_t frame_queue_bytes = FrameQueue::kDefaultMaxBytes;  // and their records' bytes
   size_t calib_messages = 1024;  // pushed calibration messages kept until read
@@ -53,12 +58,16 @@ class Connection {
   bool TakeCalibMessage(std::string* text);
   const std::string& description() const { return description_; }
   bool open() const;
+  // Bytes the receive buffer holds room for now: it grows as a message's
+  // bytes arrive, not to the length the message declares.
+  size_t receive_capacity() const { return receive_capacity_; }
 
  private:
   Connection(const ConnectionOptions& options, ErrorQueue& errors);
   void Start();
   void ReadHeader();
   void ReadPayload();
+  void WatchSilence();
   void Dispatch(wire::Type type);
   void Send(std::shared_ptr<const wire::Bytes> bytes);  // I/O thread
   void WriteNext();
@@ -76,9 +85,12 @@ class Connection {
   uint8_t header_bytes_[wire::kHeaderSize] = {};
   wire::Header header_;
   wire::Bytes payload_;
+  asio::steady_timer silence_timer_;
+  std::chrono::steady_clock::time_point last_heard_;
   std::deque<std::shared_ptr<const wire::Bytes>> outgoing_;
 
   FrameQueue frames_;
+  std::atomic<size_t> receive_capacity_{0};
 
   mutable std::mutex mu_;  // guards what follows
   std::condition_variable replied_;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <asio.hpp>
+#include <atomic>
+#include <cstring>
 #include <fstream>
 #include <thread>
 
@@ -183,6 +185,17 @@ TEST_F(PeersTest, AClientThatStopsReadingDoesNotHoldUpOthers) {
 
 // ---- Servers that are not zord ----
 
+// A server that takes the next client's hello and welcomes it, whatever it says.
+tcp::socket AcceptAndWelcome(tcp::acceptor& acceptor) {
+  tcp::socket s = acceptor.accept();
+  uint8_t header[wire::kHeaderSize];
+  asio::read(s, asio::buffer(header));
+  wire::Bytes payload(wire::DecodeHeader(header, nullptr)->payload_size());
+  asio::read(s, asio::buffer(payload));
+  asio::write(s, asio::buffer(wire::EncodeWelcome({})));
+  return s;
+}
+
 TEST(LibraryAgainstBadServers, RefusedConnection) {
   const int port = zortest::FreePort();
   const std::string address = "127.0.0.1:" + std::to_string(port);
@@ -234,13 +247,7 @@ TEST(LibraryAgainstBadServers, ServerThatDiesMidSessionIsConnectionLost) {
   asio::io_context io;
   tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
   std::thread serve([&] {
-    tcp::socket s(io);
-    acceptor.accept(s);
-    uint8_t header[wire::kHeaderSize];
-    asio::read(s, asio::buffer(header));
-    wire::Bytes payload(wire::DecodeHeader(header, nullptr)->payload_size());
-    asio::read(s, asio::buffer(payload));
-    asio::write(s, asio::buffer(wire::EncodeWelcome({})));
+    tcp::socket s = AcceptAndWelcome(acceptor);
     // Then a frame cut in half, and gone.
     wire::Frame frame;
     frame.number = 1;
@@ -257,6 +264,38 @@ TEST(LibraryAgainstBadServers, ServerThatDiesMidSessionIsConnectionLost) {
   EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);  // reported once
   zorDone();
   EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+}
+
+// A server that declares the largest message, sends six bytes of it and falls
+// silent: the client's buffer grows only with what arrived, and the silence
+// ends the link, reported once.
+TEST(LibraryAgainstBadServers, ServerStuckMidMessageCostsLittleAndTimesOut) {
+  asio::io_context io;
+  tcp::acceptor acceptor(io, {asio::ip::make_address("127.0.0.1"), 0});
+  std::atomic<bool> done{false};
+  std::thread serve([&] {
+    tcp::socket s = AcceptAndWelcome(acceptor);
+    wire::Bytes bytes = wire::EncodeFrame({});
+    const uint32_t length = wire::kMaxMessage;
+    std::memcpy(bytes.data(), &length, sizeof length);  // the length field leads, little-endian
+    asio::write(s, asio::buffer(bytes.data(), wire::kHeaderSize + 6));
+    WaitFor([&] { return done.load(); });
+  });
+  zorsock::ConnectionOptions options;
+  options.silence_timeout = std::chrono::milliseconds(500);
+  zorsock::SetConnectionOptions(options);
+  const std::string address = "127.0.0.1:" + std::to_string(acceptor.local_endpoint().port());
+  ASSERT_GE(zorInit(address.c_str(), 0), 0);
+  ASSERT_TRUE(WaitFor([] { return zorsock::ReceiveBufferCapacity() > 0; }));
+  EXPECT_LE(zorsock::ReceiveBufferCapacity(), 64u << 10);
+  int error = 0;
+  ASSERT_TRUE(WaitFor([&] { return (error = zorGetError()) != 0; }));
+  EXPECT_EQ(error, ZOR_TIMED_OUT);
+  EXPECT_EQ(zorGetError(), ZOR_NO_ERROR);
+  zorDone();
+  zorsock::SetConnectionOptions({});
+  done = true;
+  serve.join();
 }
 
 }  // namespace
