@@ -54,6 +54,7 @@ class CalibMainWindow : public ZorViewWindow {
     kMarkerIds = 17, kFollow = 21,
     kConnect = 23, kPause = 24, kCapture = 25, kResetCapture = 26, kCalibrate = 27,
     kResetCalibration = 28, kNewRigid = 30, kNewCalib = 31, kSave = 33,
+    kExportCalibration = 34,
   };
 
   CalibMainWindow(QWidget* parent, const char* name, const CalibOptions& options);
@@ -104,6 +105,9 @@ class CalibMainWindow : public ZorViewWindow {
   // Asks for the tracker file of an alignment object (tracker id given);
   // empty when cancelled. Replaceable so that nothing blocks in tests.
   std::function<QString(int trackerId)> chooseTrackerFile;
+  // Asks where to export the calibration (empty when cancelled); replaceable
+  // like chooseTrackerFile.
+  std::function<QString()> chooseExportFile;
 
   // The dock menu, without the tool bars and the status panel.
   QMenu* createPopupMenu() override;
@@ -126,6 +130,7 @@ class CalibMainWindow : public ZorViewWindow {
  public slots:
   void sl_PreCalib(int mode);
   void sl_Quit();
+  void sl_ExportCalibration();
   void sl_Connect();
   void sl_Pause();
   void sl_Fill();
@@ -191,6 +196,7 @@ class CalibMainWindow : public ZorViewWindow {
   // Construction steps, in the order the constructor runs them.
   void createActions();
   void createMenus();
+  void addFileEntries();  // after Exit: export (calib_main_window_export.cpp)
   void createToolBars();
   void createStatusDock();
   void createTrackerBar();

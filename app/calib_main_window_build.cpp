@@ -100,6 +100,7 @@ void CalibMainWindow::createActions() {
 void CalibMainWindow::createMenus() {
   fileMenu_ = menuBar()->addMenu("&File");
   fileMenu_->addAction(exitAction_);
+  addFileEntries();
 
   viewMenu_ = menuBar()->addMenu("View");
   viewMenu_->addActions({resetViewAction_, fullScreenAction_, view2dAction_});

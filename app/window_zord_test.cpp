@@ -1,6 +1,6 @@
 // The client window against a real zord: connecting at start-up (-connect),
-// frames reaching the status bar, a server that dies or freezes under it and a
-// server that is not there.
+// frames reaching the status bar, a server that dies or freezes under it, a
+// server that is not there; exporting the server's calibration.
 #include <signal.h>
 
 #include <QAction>
@@ -8,6 +8,9 @@
 #include <QToolButton>
 #include <QWheelEvent>
 #include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
 
 #include "link/event_loop_wait.h"
 #include "view/gl_view.h"
@@ -15,6 +18,7 @@
 
 #include "app/calib_main_window.h"
 #include "app/window_test_support.h"
+#include "zorsock/control.h"
 
 namespace {
 
@@ -174,6 +178,57 @@ TEST_F(WindowZordTest, FrozenServerRefusesNestedCommandsAndIsReportedOnce) {
   EXPECT_NE(out.find(lost), std::string::npos) << out;
   EXPECT_EQ(out.find("ZorHandlerError"), std::string::npos) << out;
   zorsock::SetConnectionOptions({});
+}
+
+// File > Export Calibration writes what the server's own export writes: the
+// YAML reloads with cv::FileStorage to the same numbers, the JSON is the same
+// document; not connected or an unwritable place says so in a box.
+TEST_F(WindowZordTest, ExportWritesTheServersOwnCalibration) {
+  zortest::ZordProcess zord({"--scene", DataPath("scenes/calibrated.json")});
+  ASSERT_TRUE(zord.Start()) << zord.error();
+  CalibOptions options("Corvane System Calibration");
+  options.server = zord.address();
+  options.startMode = 2;
+  CalibMainWindow window(nullptr, "w", options);
+  zortest::TempDir dir;
+  std::string file = dir.File("rig.yaml");
+  window.chooseExportFile = [&] { return QString::fromStdString(file); };
+  window.entry(CalibMainWindow::kExportCalibration)->trigger();
+  ASSERT_EQ(boxes.size(), 1);
+  EXPECT_TRUE(boxes[0].startsWith("Export Calibration: Not connected")) << boxes[0].toStdString();
+  window.sl_CalibMode(1);  // keep the scene's calibration
+  window.entry(CalibMainWindow::kConnect)->trigger();
+  ASSERT_TRUE(window.session().connected());
+  window.sl_ExportCalibration();
+  file = dir.File("rig.json");
+  window.sl_ExportCalibration();
+  file = dir.File("no/such/folder/rig.yaml");
+  window.sl_ExportCalibration();
+  ASSERT_EQ(boxes.size(), 2);
+  EXPECT_TRUE(boxes[1].contains("Cannot write")) << boxes[1].toStdString();
+
+  std::string error;
+  nlohmann::json own = nlohmann::json::parse(zorControl(zord.address(), R"({"cmd": "calibration"})", &error));
+  ASSERT_EQ(own["ok"], true) << error;
+  own.erase("ok");
+  std::ifstream json(dir.File("rig.json"));
+  EXPECT_EQ(nlohmann::json::parse(json), own);
+  cv::FileStorage yaml(dir.File("rig.yaml"), cv::FileStorage::READ);
+  ASSERT_EQ(static_cast<int>(yaml["camera_count"]), static_cast<int>(own["cameras"].size()));
+  for (const nlohmann::json& cam : own["cameras"]) {
+    const cv::FileNode node = yaml["camera_" + std::to_string(cam["id"].get<int>())];
+    EXPECT_EQ(static_cast<int>(node["calibrated"]), cam["calibrated"] ? 1 : 0);
+    EXPECT_EQ(static_cast<int>(node["image_width"]), cam["image_size"][0]);
+    for (const auto& [key, field] : {std::pair{"camera_matrix", "camera_matrix"},
+                                     {"distortion_coefficients", "distortion"},
+                                     {"rotation", "rotation"}, {"translation", "translation"}}) {
+      cv::Mat m;
+      node[key] >> m;
+      ASSERT_EQ(m.total(), cam[field].size()) << key;
+      for (size_t i = 0; i < m.total(); ++i)
+        EXPECT_DOUBLE_EQ(m.at<double>(static_cast<int>(i)), cam[field][i].get<double>()) << key;
+    }
+  }
 }
 
 }  // namespace

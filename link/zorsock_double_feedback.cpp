@@ -16,4 +16,6 @@ int zorGetCalibResult(ZORCalibSummary* summary, ZORCameraResult*, int) {
 
 int zorGetCameraWatch(ZORCameraWatch*, int) { return 0; }
 
+int zorGetCameraModels(ZORCameraModel*, int) { return 0; }
+
 }  // extern "C"

@@ -352,17 +352,37 @@ int zorMarkerfv(int markerId, int code, const float* values) {
 
 }  // extern "C"
 
+namespace {
+
+// The feedback getters: asks for `code`, decodes the reply with `decode`;
+// false (with the failure recorded) when either fails.
+template <typename Decoded, typename Decode>
+bool AskFeedback(wire::Op op, int code, Decode decode, Decoded* out) {
+  auto reply = Ask(MakeRequest(op, 0, code));
+  if (!reply) return false;
+  if (!decode(*reply, out)) return Failed(ZOR_PROTOCOL_ERROR, false);
+  return true;
+}
+
+// Copies up to `capacity` items; returns how many there are.
+template <typename T>
+int CopyOut(const std::vector<T>& items, T* out, int capacity) {
+  const int n = static_cast<int>(items.size());
+  std::copy_n(items.begin(), std::min(n, capacity), out);
+  return n;
+}
+
+}  // namespace
+
 extern "C" int zorGetCoverage(ZORCoverageSummary* summary, ZORCoverage* cameras, int capacity,
                               int* shared_frames) {
   std::lock_guard lock(Lib().mu);
   if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
-  auto reply = Ask(MakeRequest(wire::Op::kGetInts, 0, ZOR_CALIB_COVERAGE));
-  if (!reply) return -1;
   wire::CoverageReply coverage;
-  if (!wire::DecodeCoverage(reply->ints, &coverage)) return Failed(ZOR_PROTOCOL_ERROR, -1);
+  const auto decode = [](const wire::Reply& r, wire::CoverageReply* out) { return wire::DecodeCoverage(r.ints, out); };
+  if (!AskFeedback(wire::Op::kGetInts, ZOR_CALIB_COVERAGE, decode, &coverage)) return -1;
   *summary = coverage.summary;
-  const int n = static_cast<int>(coverage.cameras.size());
-  std::copy_n(coverage.cameras.begin(), std::min(n, capacity), cameras);
+  const int n = CopyOut(coverage.cameras, cameras, capacity);
   if (shared_frames && n <= capacity)
     std::copy(coverage.shared_frames.begin(), coverage.shared_frames.end(), shared_frames);
   return n;
@@ -371,24 +391,31 @@ extern "C" int zorGetCoverage(ZORCoverageSummary* summary, ZORCoverage* cameras,
 extern "C" int zorGetCalibResult(ZORCalibSummary* summary, ZORCameraResult* cameras, int capacity) {
   std::lock_guard lock(Lib().mu);
   if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
-  auto reply = Ask(MakeRequest(wire::Op::kGetFloats, 0, ZOR_CALIB_RESULT));
-  if (!reply) return -1;
   wire::ResultReply result;
-  if (!wire::DecodeResult(reply->floats, &result)) return Failed(ZOR_PROTOCOL_ERROR, -1);
+  const auto decode = [](const wire::Reply& r, wire::ResultReply* out) { return wire::DecodeResult(r.floats, out); };
+  if (!AskFeedback(wire::Op::kGetFloats, ZOR_CALIB_RESULT, decode, &result)) return -1;
   *summary = result.summary;
-  const int n = static_cast<int>(result.cameras.size());
-  std::copy_n(result.cameras.begin(), std::min(n, capacity), cameras);
-  return n;
+  return CopyOut(result.cameras, cameras, capacity);
 }
 
 extern "C" int zorGetCameraWatch(ZORCameraWatch* cameras, int capacity) {
   std::lock_guard lock(Lib().mu);
   if (capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
-  auto reply = Ask(MakeRequest(wire::Op::kGetFloats, 0, ZOR_CAMERA_WATCH));
-  if (!reply) return -1;
   std::vector<ZORCameraWatch> watch;
-  if (!wire::DecodeWatch(reply->floats, &watch)) return Failed(ZOR_PROTOCOL_ERROR, -1);
-  const int n = static_cast<int>(watch.size());
-  std::copy_n(watch.begin(), std::min(n, capacity), cameras);
-  return n;
+  const auto decode = [](const wire::Reply& r, std::vector<ZORCameraWatch>* out) {
+    return wire::DecodeWatch(r.floats, out);
+  };
+  if (!AskFeedback(wire::Op::kGetFloats, ZOR_CAMERA_WATCH, decode, &watch)) return -1;
+  return CopyOut(watch, cameras, capacity);
+}
+
+extern "C" int zorGetCameraModels(ZORCameraModel* cameras, int capacity) {
+  std::lock_guard lock(Lib().mu);
+  if (capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
+  std::vector<ZORCameraModel> models;
+  const auto decode = [](const wire::Reply& r, std::vector<ZORCameraModel>* out) {
+    return wire::DecodeModels(r.ints, out);
+  };
+  if (!AskFeedback(wire::Op::kGetInts, ZOR_CAMERA_MODELS, decode, &models)) return -1;
+  return CopyOut(models, cameras, capacity);
 }

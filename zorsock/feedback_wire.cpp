@@ -2,6 +2,8 @@
 
 #include <bit>
 #include <cmath>
+#include <algorithm>
+#include <array>
 
 namespace zorsock::wire {
 namespace {
@@ -121,6 +123,63 @@ bool DecodeWatch(const std::vector<float>& floats, std::vector<ZORCameraWatch>* 
     if (!(v[0] >= 0 && v[0] <= kMaxCameras) || !std::isfinite(v[2]) || !std::isfinite(v[3]))
       return false;
     (*out)[c] = {static_cast<int32_t>(v[0]), v[1] != 0 ? 1 : 0, v[2], v[3]};
+  }
+  return true;
+}
+
+namespace {
+constexpr size_t kModelDoubles = 20;  // fx .. p2, rotation, translation
+constexpr size_t kModelInts = 4 + 2 * kModelDoubles;
+
+using ModelValues = std::array<double, kModelDoubles>;
+
+ModelValues Values(const ZORCameraModel& m) {
+  ModelValues v = {m.fx, m.fy, m.cx, m.cy, m.k1, m.k2, m.p1, m.p2};
+  std::copy_n(m.rotation, 9, v.begin() + 8);
+  std::copy_n(m.translation, 3, v.begin() + 17);
+  return v;
+}
+
+void SetValues(const ModelValues& v, ZORCameraModel& m) {
+  m.fx = v[0], m.fy = v[1], m.cx = v[2], m.cy = v[3];
+  m.k1 = v[4], m.k2 = v[5], m.p1 = v[6], m.p2 = v[7];
+  std::copy_n(v.begin() + 8, 9, m.rotation);
+  std::copy_n(v.begin() + 17, 3, m.translation);
+}
+}  // namespace
+
+std::vector<int32_t> EncodeModels(const std::vector<ZORCameraModel>& cameras) {
+  std::vector<int32_t> out = {static_cast<int32_t>(cameras.size())};
+  for (const ZORCameraModel& m : cameras) {
+    out.insert(out.end(), {m.camera, m.calibrated, m.width, m.height});
+    for (double value : Values(m)) {
+      const auto bits = std::bit_cast<uint64_t>(value);
+      out.insert(out.end(), {FromBits(static_cast<uint32_t>(bits)), FromBits(static_cast<uint32_t>(bits >> 32))});
+    }
+  }
+  return out;
+}
+
+bool DecodeModels(const std::vector<int32_t>& ints, std::vector<ZORCameraModel>* out) {
+  if (ints.empty() || ints[0] < 0 || ints[0] > kMaxCameras) return false;
+  const size_t n = static_cast<size_t>(ints[0]);
+  if (ints.size() != 1 + kModelInts * n) return false;
+  out->assign(n, ZORCameraModel{});
+  for (size_t c = 0; c < n; ++c) {
+    const int32_t* v = ints.data() + 1 + kModelInts * c;
+    ZORCameraModel& m = (*out)[c];
+    m.camera = v[0];
+    m.calibrated = v[1] ? 1 : 0;
+    m.width = v[2];
+    m.height = v[3];
+    if (m.width <= 0 || m.height <= 0) return false;
+    ModelValues values;
+    for (size_t i = 0; i < kModelDoubles; ++i) {
+      const uint64_t bits = ToBits(v[4 + 2 * i]) | static_cast<uint64_t>(ToBits(v[5 + 2 * i])) << 32;
+      values[i] = std::bit_cast<double>(bits);
+      if (!std::isfinite(values[i])) return false;
+    }
+    SetValues(values, m);
   }
   return true;
 }

@@ -4,7 +4,9 @@
 // last run (ZOR_CALIB_RESULT, in a reply's floats: seven summary values, then
 // five per camera), and which cameras may have moved (ZOR_CAMERA_WATCH, in
 // floats: the count, then camera id, moved, residual and level per calibrated
-// camera).
+// camera), and the calibration of each camera (ZOR_CAMERA_MODELS, in ints:
+// the count, then per camera id, calibrated, width, height and twenty doubles,
+// each as its low then high 32 bits).
 #pragma once
 
 #include <cstdint>
@@ -34,5 +36,8 @@ bool DecodeResult(const std::vector<float>& floats, ResultReply* out);
 
 std::vector<float> EncodeWatch(const std::vector<ZORCameraWatch>& cameras);
 bool DecodeWatch(const std::vector<float>& floats, std::vector<ZORCameraWatch>* out);
+
+std::vector<int32_t> EncodeModels(const std::vector<ZORCameraModel>& cameras);
+bool DecodeModels(const std::vector<int32_t>& ints, std::vector<ZORCameraModel>* out);
 
 }  // namespace zorsock::wire

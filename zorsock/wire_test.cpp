@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
+
+#include "zorsock/feedback_wire.h"
+
 namespace zorsock::wire {
 namespace {
 
@@ -166,6 +171,23 @@ TEST(Wire, DiscoveryDatagrams) {
   EXPECT_EQ(back->port, 9000);
   EXPECT_EQ(back->description, "zord 0.1  lab");
   EXPECT_FALSE(DecodeAnswer(a.data(), a.size() - 1));
+}
+
+TEST(Wire, CameraModelsKeepEveryBitAndRefuseMalformedReplies) {
+  ZORCameraModel m{3, 1, 1280, 1024, 1150.123456789, 1151.5, 640.25, 512.75, -0.04, 0.001, 1e-5, -2e-5,
+                   {1, 0, 0, 0, 0.6, -0.8, 0, 0.8, 0.6}, {-12.5, 1800.0000001, 3520.75}};
+  std::vector<int32_t> ints = EncodeModels({m, m});
+  std::vector<ZORCameraModel> out;
+  ASSERT_TRUE(DecodeModels(ints, &out));
+  ASSERT_EQ(out.size(), 2u);
+  EXPECT_EQ(std::memcmp(&out[1], &m, sizeof m), 0);
+  ints.pop_back();
+  EXPECT_FALSE(DecodeModels(ints, &out));  // truncated
+  ints = EncodeModels({m});
+  ints[0] = -1;
+  EXPECT_FALSE(DecodeModels(ints, &out));  // hostile count
+  m.translation[2] = std::nan("");
+  EXPECT_FALSE(DecodeModels(EncodeModels({m}), &out));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #define ZOR_COVERAGE_GRID 8            /* coverage cells across and down each image */
 #define ZOR_CALIB_RESULT 0xC61         /* what zorGetCalibResult asks the server for */
 #define ZOR_CAMERA_WATCH 0xC62         /* what zorGetCameraWatch asks the server for */
+#define ZOR_CAMERA_MODELS 0xC63        /* what zorGetCameraModels asks the server for */
 
 #ifdef __cplusplus
 extern "C" {
@@ -85,12 +86,29 @@ typedef struct ZORCameraWatch {
  * the camera count, < 0 on error. */
 int zorGetCameraWatch(ZORCameraWatch* cameras, int capacity);
 
+/* ---- The current calibration of each camera, in full (docs/protocol.md) ---- */
+typedef struct ZORCameraModel {
+  int32_t camera;
+  int32_t calibrated;      /* 0: its lens and pose are the nominal ones, not calibrated */
+  int32_t width, height;   /* image size, pixels */
+  double fx, fy, cx, cy;   /* focal lengths and principal point, pixels */
+  double k1, k2, p1, p2;   /* radial and tangential distortion */
+  double rotation[9];      /* world to camera, row-major, in the server's world in mm
+                              (global transform applied, zorScale and zorLoadPose not) */
+  double translation[3];   /* world to camera, mm */
+} ZORCameraModel;
+
+/* Copies the server's current calibration of up to `capacity` cameras (the
+ * numbers its own export writes); returns the camera count, < 0 on error. */
+int zorGetCameraModels(ZORCameraModel* cameras, int capacity);
+
 #ifdef __cplusplus
 } /* extern "C" */
 
 static_assert(sizeof(ZORCoverage) == 32, "ZORCoverage layout");
 static_assert(sizeof(ZORCameraResult) == 24, "ZORCameraResult layout");
 static_assert(sizeof(ZORCameraWatch) == 16, "ZORCameraWatch layout");
+static_assert(sizeof(ZORCameraModel) == 176, "ZORCameraModel layout");
 #endif
 
 #endif /* ZORSOCK_ZORSOCK_FEEDBACK_H */

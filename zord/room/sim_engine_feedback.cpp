@@ -2,6 +2,7 @@
 // the live coverage of the wand capture, the figures of the last run, and the
 // cameras that may have moved since.
 #include "zord/room/sim_engine.h"
+#include "calibfile/calibration_file.h"
 #include "zord/room/calibration_export.h"
 #include "zord/room/calibration_job.h"
 #include "zord/solver/calibration_grade.h"
@@ -74,21 +75,9 @@ WandLengths SimEngine::MeasureResultWand(const CalibrationCapture& capture, cons
 }
 
 nlohmann::json SimEngine::CalibrationExport() const {
-  nlohmann::json figures;
   zorsock::wire::ResultReply result;
-  if (zorsock::wire::DecodeResult(result_floats_, &result) && result.summary.run > 0) {
-    static const char* const kGrades[] = {"none", "excellent", "good", "fair", "poor"};
-    figures = {{"grade", kGrades[result.summary.grade]},
-               {"rms_px", result.summary.rms_px},
-               {"wand_length_mm", result.summary.wand_length_mm},
-               {"wand_length_std_mm", result.summary.wand_length_std_mm},
-               {"cameras", nlohmann::json::array()}};
-    for (const ZORCameraResult& c : result.cameras) {
-      figures["cameras"].push_back(
-          {{"rms_px", c.rms_px}, {"samples", c.samples}, {"position_sigma_mm", c.position_mm}});
-    }
-  }
-  nlohmann::json out = CalibrationJson(working_, nominal_, figures);
+  if (!zorsock::wire::DecodeResult(result_floats_, &result)) result = {};
+  nlohmann::json out = calibfile::CalibrationJson(CameraModels(working_, nominal_), result.summary, result.cameras);
   out["ok"] = true;
   return out;
 }

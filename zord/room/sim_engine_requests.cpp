@@ -5,6 +5,7 @@
 #include <exception>
 #include <iostream>
 
+#include "zord/room/calibration_export.h"
 #include "zord/room/sim_engine.h"
 #include "zorsock/feedback_wire.h"
 #include "zord/room/truth.h"
@@ -204,6 +205,11 @@ int SimEngine::GetFloats(const ClientContext&, int code, std::vector<float>& out
 }
 
 int SimEngine::GetInts(const ClientContext&, int code, std::vector<int32_t>& out) {
+  if (code == ZOR_CAMERA_MODELS) {
+    std::lock_guard lock(mutex_);
+    out = zorsock::wire::EncodeModels(CameraModels(working_, nominal_));
+    return ZOR_NO_ERROR;
+  }
   if (code != ZOR_CALIB_COVERAGE) return ZOR_INVALID_ENUM;
   std::lock_guard lock(mutex_);
   CoverageInts(out);

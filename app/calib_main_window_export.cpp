@@ -1,0 +1,29 @@
+// The File menu's own entries: exporting the server's calibration for other
+// tools.
+#include <QFileDialog>
+#include <QMenu>
+#include <QStatusBar>
+
+#include "app/calib_main_window.h"
+#include "app/message_box.h"
+#include "link/calibration_export.h"
+
+void CalibMainWindow::addFileEntries() {
+  fileMenu_->addAction(makeEntry("Export Calibration...", kExportCalibration, false, QKeySequence(),
+                                 &CalibMainWindow::sl_ExportCalibration));
+}
+
+void CalibMainWindow::sl_ExportCalibration() {
+  const QString file =
+      chooseExportFile ? chooseExportFile()
+                       : QFileDialog::getSaveFileName(this, QStringLiteral("Export Calibration"),
+                                                      QStringLiteral("calibration.yaml"),
+                                                      QStringLiteral("OpenCV YAML (*.yaml *.yml);;JSON (*.json)"));
+  if (file.isEmpty()) return;
+  std::string error;
+  if (!ExportServerCalibration(file.toStdString(), &error)) {
+    ShowWarning(this, QStringLiteral("Export Calibration"), QString::fromStdString(error));
+    return;
+  }
+  statusBar()->showMessage(QStringLiteral("calibration written to %1").arg(file), 5000);
+}
