@@ -25,6 +25,7 @@ class QLabel;
 class QMenu;
 class QOpenGLWidget;
 class CalibWizard;
+class CalibrationFeedback;
 class OrientationBar;
 class PreCalib;
 class PreferenceDialog;
@@ -79,6 +80,7 @@ class CalibMainWindow : public ZorViewWindow {
   QToolBar* drawingBar() const { return drawingBar_; }
   QDockWidget* statusDock() const;
   StatusPanel* statusPanel() const { return statusPanel_; }
+  CalibrationFeedback* feedback() const { return feedback_; }
   // The "Trackers" dock.
   TrackerBar* trackerBar() const { return trackerBar_; }
   QMenu* brushMenu() const { return brushMenu_; }
@@ -193,6 +195,7 @@ class CalibMainWindow : public ZorViewWindow {
   void createMenus();
   void createToolBars();
   void createStatusDock();
+  void createFeedback();
   void createTrackerBar();
   void createAccelerators();
   void createPumpTimer();
@@ -279,6 +282,7 @@ class CalibMainWindow : public ZorViewWindow {
   QComboBox* calibModeBox_ = nullptr;
   QComboBox* qualityBox_ = nullptr;
   StatusPanel* statusPanel_ = nullptr;
+  CalibrationFeedback* feedback_ = nullptr;
   TrackerBar* trackerBar_ = nullptr;
   QLabel* progressLabel_ = nullptr;
   QPointer<PreferenceDialog> preferences_;

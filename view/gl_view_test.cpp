@@ -205,6 +205,42 @@ TEST_F(ViewHarness, AimingMarksACameraThatSeesNothing) {
   EXPECT_TRUE(view_->view2d());
 }
 
+// The calibration overlay over the 2D view: a ready camera's covered cell is
+// filled green, a camera the solver would refuse is framed red, a moved one
+// orange; nothing is drawn once the overlay is empty.
+TEST_F(ViewHarness, CalibrationOverlayMarksCoverageAndMovedCameras) {
+  SyntheticScene scene;
+  scene.markers = 0;
+  scene.cameras = 4;
+  scene.Fill(session_, 1);
+  view_->sl_View2d();
+  CalibrationOverlay& o = view_->calibration;
+  o.showCoverage = true;
+  o.summary.min_frames = 10;
+  o.coverage = {{0, 40, 90, 1, {0xffffffffu, 0xffffffffu}, 0.4f, 1}, {1, 3, 6, 0, {0, 0}, 0, 0}};
+  o.moved = {{2, 1, 2.5f, 0.2f}};
+  const auto count = [&](int cell, auto is) {
+    Repaint();
+    const QImage shot = view_->grabFramebuffer();
+    const int w = shot.width() / 2, h = shot.height() / 2;
+    int n = 0;
+    for (int y = (cell / 2) * h; y < (cell / 2 + 1) * h; ++y)
+      for (int x = (cell % 2) * w; x < (cell % 2 + 1) * w; ++x) n += is(shot.pixelColor(x, y));
+    return n;
+  };
+  const auto green = [](QColor c) { return c.green() > 50 && c.green() > 2 * c.red(); };
+  const auto red = [](QColor c) { return c.red() > 200 && c.green() < 110 && c.blue() > 40; };
+  const auto orange = [](QColor c) { return c.red() > 200 && c.green() > 90 && c.green() < 140 && c.blue() < 30; };
+  EXPECT_GT(count(0, green), 20000);  // every cell filled
+  EXPECT_GT(count(1, red), 300);
+  EXPECT_EQ(count(0, red), 0);
+  EXPECT_GT(count(2, orange), 300);
+  EXPECT_EQ(count(3, orange) + count(3, green) + count(3, red), 0);
+  o = {};
+  EXPECT_LT(count(0, green), 100);
+  EXPECT_EQ(count(2, orange), 0);
+}
+
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
   SyntheticScene scene;
   scene.markers = 0;
