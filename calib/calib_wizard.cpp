@@ -165,9 +165,10 @@ void CalibWizard::showFeedback(const CalibrationFeedback* feedback) {
 
 void CalibWizard::placeFeedback() {
   if (!feedback_) return;
-  // Capture and quality pages: the coverage; calibrating and saved: the figures.
+  // Capture and quality pages: the coverage; calibrating: the coverage until
+  // the run's figures replace it; saved: the figures.
   feedback_->setVisible(page_ >= 3 && page_ <= 6);
-  feedback_->setParts(page_ <= 4, page_ >= 5);
+  feedback_->setParts(page_ <= 5, page_ >= 5);
 }
 
 void CalibWizard::enterPage() {

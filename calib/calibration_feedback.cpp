@@ -35,9 +35,9 @@ QString PairMatrix(const CaptureCoverage& coverage) {
   const int n = static_cast<int>(coverage.cameras.size());
   // Thousands shortened so that the matrix fits a narrow dock.
   const auto count = [](int n) {
-    return n < 1000 ? QString::number(n) : QString::number(n / 1000.0, 'f', n < 10000 ? 1 : 0) + "k";
+    return n < 1000 ? QString::number(n) : QString::number(qRound(n / 1000.0)) + "k";
   };
-  QString html = QStringLiteral("<table cellpadding='1' cellspacing='0' border='0'><tr><td>");
+  QString html = QStringLiteral("<table cellpadding='2' cellspacing='0' border='0'><tr><td>");
   for (int b = 0; b < n; ++b) html += QStringLiteral("<td align='right'><key>%1</key>").arg(b + 1);
   for (int a = 0; a < n; ++a) {
     html += QStringLiteral("<tr><td><key>%1</key>").arg(a + 1);
@@ -218,7 +218,9 @@ bool CalibrationFeedback::pollResult() {
   if (!figures.Fetch() || figures.summary.run == runBefore_ || figures.cameras.empty()) return changed;
   resultPolls_ = 0;
   resultText_ = ResultTable(figures);
-  coverageShown_ = false;  // the capture is spent: the run's figures speak for it
+  // The capture is spent: the run's figures speak for it.
+  coverageShown_ = false;
+  coverageText_.clear();
   return true;
 }
 
