@@ -29,6 +29,7 @@ CalibMainWindow::CalibMainWindow(QWidget* parent, const char* name, const CalibO
   createMenus();
   createToolBars();
   createStatusDock();
+  createFeedback();
   createTrackerBar();
   createProgressLabel();
   createWizard();

@@ -25,6 +25,7 @@ class QLabel;
 class QMenu;
 class QOpenGLWidget;
 class CalibWizard;
+class CalibrationFeedback;
 class OrientationBar;
 class PreCalib;
 class PreferenceDialog;
@@ -80,6 +81,7 @@ class CalibMainWindow : public ZorViewWindow {
   QToolBar* drawingBar() const { return drawingBar_; }
   QDockWidget* statusDock() const;
   StatusPanel* statusPanel() const { return statusPanel_; }
+  CalibrationFeedback* feedback() const { return feedback_; }
   // The "Trackers" dock.
   TrackerBar* trackerBar() const { return trackerBar_; }
   QMenu* brushMenu() const { return brushMenu_; }
@@ -199,6 +201,7 @@ class CalibMainWindow : public ZorViewWindow {
   void addFileEntries();  // after Exit: export (calib_main_window_export.cpp)
   void createToolBars();
   void createStatusDock();
+  void createFeedback();
   void createTrackerBar();
   void createAccelerators();
   void createPumpTimer();
@@ -285,6 +288,7 @@ class CalibMainWindow : public ZorViewWindow {
   QComboBox* calibModeBox_ = nullptr;
   QComboBox* qualityBox_ = nullptr;
   StatusPanel* statusPanel_ = nullptr;
+  CalibrationFeedback* feedback_ = nullptr;
   TrackerBar* trackerBar_ = nullptr;
   QLabel* progressLabel_ = nullptr;
   QPointer<PreferenceDialog> preferences_;

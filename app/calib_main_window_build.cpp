@@ -186,11 +186,6 @@ void CalibMainWindow::createToolBars() {
 void CalibMainWindow::createStatusDock() {
   statusPanel_ = new StatusPanel(this);
   addDockWidget(Qt::RightDockWidgetArea, statusPanel_);
-  // Coverage of the capture, figures of a run and moved cameras, beside it.
-  auto* feedback = new CalibrationFeedbackDock(&calib(), this);
-  addDockWidget(Qt::RightDockWidgetArea, feedback);
-  connect(feedback, &CalibrationFeedbackDock::sg_CameraAlert, this,
-          [this](const QString& text) { statusBar()->showMessage(text, 2 * CalibrationFeedbackDock::kPollMs); });
   for (QDockWidget* dock : {static_cast<QDockWidget*>(settingsDock()), statusDock()}) {
     connect(dock, &QDockWidget::dockLocationChanged, this, [this, dock] { sl_LineUp(dock); });
     connect(dock, &QDockWidget::topLevelChanged, this, [this, dock] { sl_LineUp(dock); });

@@ -59,6 +59,7 @@ void CalibMainWindow::createWizard() {
   wizard_ = new CalibWizard(this);
   wizardHost_ = std::make_unique<WindowWizardHost>(*this);
   wizard_->attach(wizardHost_.get());
+  wizard_->showFeedback(feedback_);
   wizardDock_ = new QDockWidget(QStringLiteral("Calib"), this);
   wizardDock_->setObjectName(QStringLiteral("Calib"));
   wizardDock_->setWidget(wizard_);

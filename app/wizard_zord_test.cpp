@@ -13,6 +13,8 @@
 
 #include "app/calibration_zord_support.h"
 #include "calib/calib_wizard.h"
+#include "calib/calibration_feedback.h"
+#include "view/gl_view.h"
 #include "calib/pre_calib.h"
 #include "widgets/label_button.h"
 
@@ -88,7 +90,16 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     EXPECT_TRUE(calib.capturing && !window->aiming());
     const int frames = static_cast<int>(8 * calib.frequency);
     ASSERT_TRUE(RunUntil([&] { return calib.lastFrame - calib.captureStart >= frames; }, 60000));
+    // The capture's coverage on the page and over each camera in the 2D view.
+    ASSERT_TRUE(RunUntil([&] { return window->view()->calibration.showCoverage; }, 2000));
+    EXPECT_EQ(window->view()->calibration.coverage.size(), 8u);
+    EXPECT_TRUE(wizard->feedbackView()->isVisible());
+    EXPECT_TRUE(wizard->feedbackView()->toPlainText().contains("8 of 8 cameras ready"))
+        << wizard->feedbackView()->toPlainText().toStdString();
     Page(*window);
+    window->view()->sl_View2d();
+    Shot(*window, "capture-coverage-2d.png");
+    window->view()->sl_View2d();
     ASSERT_NO_FATAL_FAILURE(Continue(*window, 4));
     EXPECT_TRUE(!calib.capturing && calib.captured);
     Page(*window);
@@ -111,6 +122,13 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     ASSERT_EQ(passes.size(), 4);
     for (int pass = 1; pass <= 4; ++pass) EXPECT_EQ(passes[pass - 1][0].toInt(), pass);
     EXPECT_TRUE(calib.calibrated && calib.calibrationSaved);
+    // The run's figures on the page and under the pass lines; the coverage is spent.
+    ASSERT_TRUE(RunUntil([&] { return !window->feedback()->resultText().isEmpty(); },
+                         CalibrationFeedback::kResultWaitMs));
+    EXPECT_TRUE(wizard->feedbackView()->toPlainText().contains("Calibration Result"));
+    EXPECT_FALSE(wizard->feedbackView()->toPlainText().contains("Wand Coverage"));
+    EXPECT_TRUE(window->statusPanel()->html().contains(window->feedback()->resultText()));
+    EXPECT_FALSE(window->view()->calibration.showCoverage);
     Page(*window);
 
     ASSERT_NO_FATAL_FAILURE(Continue(*window, 7));
@@ -123,6 +141,10 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     QTest::mouseClick(wizard->finishButton(), Qt::LeftButton);
     EXPECT_FALSE(window->wizardShown());
     EXPECT_FALSE(window->menuBar()->isHidden() || window->calibrationBar()->isHidden());
+    EXPECT_TRUE(window->feedback()->coverageText().isEmpty());
+    if (auto* dock = window->findChild<CalibrationFeedbackDock*>()) dock->hide();
+    window->resizeDocks({window->statusDock()}, {520}, Qt::Vertical);  // as an operator drags it
+    Shot(*window, "calibration-result.png");
   }
 
   // The second caption: connect, straight on to the alignment, page 8; the

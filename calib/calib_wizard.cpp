@@ -6,6 +6,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "calib/calibration_feedback.h"
 #include "widgets/embedded_images.h"
 
 const char* const CalibWizard::kFindServers = "<find servers>";
@@ -154,8 +155,25 @@ void CalibWizard::pageEntered() {
   enterPage();
 }
 
+void CalibWizard::showFeedback(const CalibrationFeedback* feedback) {
+  feedback_ = new CalibrationFeedbackView(feedback, this);
+  feedback_->setMinimumHeight(160);
+  // Under the lamps and the result line, above the connection and the hint.
+  pageArea()->insertWidget(pageArea()->indexOf(connection_), feedback_);
+  placeFeedback();
+}
+
+void CalibWizard::placeFeedback() {
+  if (!feedback_) return;
+  // Capture and quality pages: the coverage; calibrating: the coverage until
+  // the run's figures replace it; saved: the figures.
+  feedback_->setVisible(page_ >= 3 && page_ <= 6);
+  feedback_->setParts(page_ <= 5, page_ >= 5);
+}
+
 void CalibWizard::enterPage() {
   titleLabel()->setText(textAt(titles, page_));
+  placeFeedback();
   detail_->setText(textAt(details, kDetailOf[page_]));
   detail_->setVisible(!detail_->text().isEmpty());
   hint_->setText(textAt(hints, kHintOf[page_]));

@@ -10,6 +10,8 @@
 #include "calib/generic_wizard.h"
 
 class QComboBox;
+class CalibrationFeedback;
+class CalibrationFeedbackView;
 
 // What the wizard asks of the window that shows it.
 class WizardHost {
@@ -52,6 +54,9 @@ class CalibWizard : public GenericWizard {
   bool alignOnly() const { return alignOnly_; }
   // After the link was lost: the connection label and what may go on.
   void refresh();
+  // Shows the feedback's coverage on the capture pages and the run's figures
+  // on the result pages.
+  void showFeedback(const CalibrationFeedback* feedback);
   // Refills the server chooser ("<find servers>" first).
   void setServers(const QStringList& servers);
 
@@ -61,6 +66,7 @@ class CalibWizard : public GenericWizard {
   QLabel* resultLabel() const { return result_; }
   QLabel* detailLabel() const { return detail_; }
   QLabel* hintLabel() const { return hint_; }
+  CalibrationFeedbackView* feedbackView() const { return feedback_; }
   bool passLampOn(int k) const { return passShown_ >= k; }
   int alignLampOn() const { return alignShown_ < 0 ? 0 : alignShown_ + 1; }
 
@@ -75,6 +81,7 @@ class CalibWizard : public GenericWizard {
 
  private:
   void enterPage();
+  void placeFeedback();
   void showPassLamps(int lit);
   void showAlignLamps(int n);
   void setLampsVisible(bool pass, bool align);
@@ -89,6 +96,7 @@ class CalibWizard : public GenericWizard {
   QLabel* hint_ = nullptr;
   QLabel* connection_ = nullptr;
   QLabel* result_ = nullptr;
+  CalibrationFeedbackView* feedback_ = nullptr;
   QLabel* passLamps_[4] = {};
   QLabel* alignLamps_[3] = {};
   QWidget* passRow_ = nullptr;

@@ -8,7 +8,9 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include "calib/calib_session.h"
 #include "calib/calib_wizard.h"
+#include "calib/calibration_feedback.h"
 #include "calib/pre_calib.h"
 #include "testing/qt_app_test.h"
 #include "widgets/label_button.h"
@@ -39,6 +41,7 @@ class CalibWizardTest : public zortest::QtAppTest {
  protected:
   CalibWizardTest() {
     wizard.attach(&host);
+    wizard.showFeedback(&feedback);
     wizard.show();
   }
   void Continue(int times = 1) {
@@ -50,6 +53,8 @@ class CalibWizardTest : public zortest::QtAppTest {
     return list;
   }
   CountingHost host;
+  CalibSession session{64, 1.0f};
+  CalibrationFeedback feedback{&session, nullptr};
   CalibWizard wizard{nullptr};
 };
 
@@ -66,8 +71,10 @@ TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
   Continue(2);
   EXPECT_EQ(host.chosen, "lab");
   EXPECT_TRUE(host.aiming);
+  EXPECT_FALSE(wizard.feedbackView()->isVisible());
   Continue();
   EXPECT_TRUE(host.capture && !host.aiming);
+  EXPECT_TRUE(wizard.feedbackView()->isVisible());  // the capture's coverage
   Continue();
   EXPECT_FALSE(host.capture);
   wizard.qualityBox()->setCurrentIndex(1);
@@ -92,8 +99,10 @@ TEST_F(CalibWizardTest, CalibrationRunsPageByPageAndSavesOncePerResult) {
   EXPECT_EQ(wizard.page(), 6);
   EXPECT_EQ(host.saves, 1);
 
+  EXPECT_TRUE(wizard.feedbackView()->isVisible());  // the run's figures
   Continue();
   EXPECT_TRUE(host.align);
+  EXPECT_FALSE(wizard.feedbackView()->isVisible());
   EXPECT_FALSE(wizard.backButton()->isEnabled());
   wizard.sl_Back();
   EXPECT_EQ(wizard.page(), 6);

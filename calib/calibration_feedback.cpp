@@ -1,6 +1,5 @@
 #include "calib/calibration_feedback.h"
 
-#include <QTextEdit>
 #include <algorithm>
 
 #include "calib/calib_session.h"
@@ -26,6 +25,33 @@ int CaptureCoverage::ReadyCount() const {
   return static_cast<int>(std::count_if(cameras.begin(), cameras.end(),
                                         [](const ZORCoverage& c) { return c.ready != 0; }));
 }
+
+namespace {
+
+// Frames each pair of cameras saw the wand in together (camera numbers along
+// both sides), pairs below the solver's minimum in red: which cameras the
+// capture has tied together.
+QString PairMatrix(const CaptureCoverage& coverage) {
+  const int n = static_cast<int>(coverage.cameras.size());
+  // Thousands shortened so that the matrix fits a narrow dock.
+  const auto count = [](int n) {
+    return n < 1000 ? QString::number(n) : QString::number(qRound(n / 1000.0)) + "k";
+  };
+  QString html = QStringLiteral("<table cellpadding='2' cellspacing='0' border='0'><tr><td>");
+  for (int b = 0; b < n; ++b) html += QStringLiteral("<td align='right'><key>%1</key>").arg(b + 1);
+  for (int a = 0; a < n; ++a) {
+    html += QStringLiteral("<tr><td><key>%1</key>").arg(a + 1);
+    for (int b = 0; b < n; ++b) {
+      const int shared = coverage.Shared(a, b);
+      const char* tag = shared >= coverage.summary.min_shared_frames ? "val" : "error";
+      html += a == b ? QStringLiteral("<td>")
+                     : QStringLiteral("<td align='right'><%1>%2</%1>").arg(QLatin1String(tag), count(shared));
+    }
+  }
+  return html + QStringLiteral("</table>");
+}
+
+}  // namespace
 
 QString CoverageTable(const CaptureCoverage& coverage) {
   if (!coverage.valid) return {};
@@ -66,7 +92,9 @@ QString CoverageTable(const CaptureCoverage& coverage) {
                 .arg(s.min_shared_frames)
                 .arg(weak.join(QStringLiteral(", ")));
   }
-  return html + QStringLiteral("</table>");
+  html += QStringLiteral("</table>");
+  if (n <= kPairMatrixMax) html += PairMatrix(coverage);
+  return html;
 }
 
 bool CalibrationFigures::Fetch() {
@@ -134,70 +162,106 @@ QString MovedCamerasText(const std::vector<ZORCameraWatch>& watch) {
   return lines.join(QStringLiteral("; "));
 }
 
-CalibrationFeedbackDock::CalibrationFeedbackDock(CalibSession* session, QWidget* parent)
-    : QDockWidget(QStringLiteral("Calibration Feedback"), parent), session_(session) {
-  setObjectName(QStringLiteral("CalibrationFeedback"));
-  view_ = new QTextEdit(this);
-  view_->setReadOnly(true);
-  view_->document()->setDefaultStyleSheet(StatusStyleSheet());
-  QPalette paper = view_->palette();
-  paper.setColor(QPalette::Base, QColor(225, 255, 208));
-  view_->setPalette(paper);
-  setWidget(view_);
-  connect(&timer_, &QTimer::timeout, this, &CalibrationFeedbackDock::sl_Poll);
+CalibrationFeedback::CalibrationFeedback(CalibSession* session, QObject* parent)
+    : QObject(parent), session_(session) {
+  connect(&timer_, &QTimer::timeout, this, &CalibrationFeedback::sl_Poll);
   timer_.start(kPollMs);
 }
 
-void CalibrationFeedbackDock::sl_Poll() {
-  if (!session_->connected()) return;
-  pollCoverage();
-  pollResult();
-  pollWatch();
+void CalibrationFeedback::sl_Poll() {
+  if (!session_->connected()) {
+    // Nothing shown of a server that is gone: its counts and alerts are void.
+    if (coverage_.valid || !resultText_.isEmpty() || !watch_.empty()) {
+      coverage_ = {};
+      watch_.clear();
+      coverageText_.clear(), resultText_.clear(), alertText_.clear();
+      coverageShown_ = wasCapturing_ = wasCalibrating_ = false;
+      resultPolls_ = 0;
+      emit sg_Changed();
+    }
+    return;
+  }
+  // Each part reports whether it changed; one signal for all of them.
+  const bool coverage = pollCoverage();
+  const bool result = pollResult();
+  const bool watch = pollWatch();
+  if (coverage || result || watch) emit sg_Changed();
 }
 
-void CalibrationFeedbackDock::pollCoverage() {
+bool CalibrationFeedback::pollCoverage() {
   const bool capturing = session_->capturing;
   // While capturing, and once more after it stopped for the final counts.
-  if (!capturing && !wasCapturing_) return;
+  if (!capturing && !wasCapturing_) return false;
+  if (capturing) coverageShown_ = true;
   wasCapturing_ = capturing;
-  if (!coverage_.Fetch()) return;
+  if (!coverage_.Fetch()) return false;
   coverageText_ = CoverageTable(coverage_);
-  redraw();
+  return true;
 }
 
-void CalibrationFeedbackDock::pollResult() {
+bool CalibrationFeedback::pollResult() {
   const bool calibrating = session_->calibrating;
+  bool changed = false;
   if (calibrating && !wasCalibrating_) {
+    changed = !resultText_.isEmpty();
     resultText_.clear();
-    redraw();
     CalibrationFigures before;
     runBefore_ = before.Fetch() ? before.summary.run : -1;
   }
-  if (!calibrating && wasCalibrating_) resultPolls_ = 8;  // the figures follow the last message
+  // The figures follow the last message once the server has measured the
+  // result (seconds on a loaded machine); asked for up to kResultWaitMs.
+  if (!calibrating && wasCalibrating_) resultPolls_ = kResultWaitMs / kPollMs;
   wasCalibrating_ = calibrating;
-  if (resultPolls_ == 0) return;
+  if (resultPolls_ == 0) return changed;
   --resultPolls_;
   CalibrationFigures figures;
-  if (!figures.Fetch() || figures.summary.run == runBefore_ || figures.cameras.empty()) return;
+  if (!figures.Fetch() || figures.summary.run == runBefore_ || figures.cameras.empty()) return changed;
   resultPolls_ = 0;
   resultText_ = ResultTable(figures);
-  redraw();
+  // The capture is spent: the run's figures speak for it.
+  coverageShown_ = false;
+  coverageText_.clear();
+  return true;
 }
 
-void CalibrationFeedbackDock::pollWatch() {
+bool CalibrationFeedback::pollWatch() {
   std::vector<ZORCameraWatch> watch(256);
   const int n = zorGetCameraWatch(watch.data(), static_cast<int>(watch.size()));
-  if (n < 0) return;
+  if (n < 0) return false;
   watch.resize(std::min<size_t>(n, watch.size()));
   const QString alert = MovedCamerasText(watch);
   if (!alert.isEmpty()) emit sg_CameraAlert(alert);
-  if (alert == alertText_) return;
+  watch_ = std::move(watch);
+  if (alert == alertText_) return false;
   alertText_ = alert;
+  return true;
+}
+
+CalibrationFeedbackView::CalibrationFeedbackView(const CalibrationFeedback* feedback, QWidget* parent)
+    : QTextEdit(parent), feedback_(feedback) {
+  StyleAsStatusView(this);
+  connect(feedback, &CalibrationFeedback::sg_Changed, this, &CalibrationFeedbackView::redraw);
   redraw();
 }
 
-void CalibrationFeedbackDock::redraw() {
-  const QString alert =
-      alertText_.isEmpty() ? QString() : QStringLiteral("<div><error>%1</error></div>").arg(alertText_.toHtmlEscaped());
-  view_->setHtml(TranslateStatusTags(alert + resultText_ + coverageText_));
+void CalibrationFeedbackView::setParts(bool coverage, bool result) {
+  coverage_ = coverage;
+  result_ = result;
+  redraw();
+}
+
+void CalibrationFeedbackView::redraw() {
+  const QString& alert = feedback_->alertText();
+  QString html = alert.isEmpty() ? QString()
+                                 : QStringLiteral("<div><error>%1</error></div>").arg(alert.toHtmlEscaped());
+  if (result_) html += feedback_->resultText();
+  if (coverage_) html += feedback_->coverageText();
+  setHtml(TranslateStatusTags(html));
+}
+
+CalibrationFeedbackDock::CalibrationFeedbackDock(const CalibrationFeedback* feedback, QWidget* parent)
+    : QDockWidget(QStringLiteral("Calibration Feedback"), parent),
+      view_(new CalibrationFeedbackView(feedback, this)) {
+  setObjectName(QStringLiteral("CalibrationFeedback"));
+  setWidget(view_);
 }

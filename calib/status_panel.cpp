@@ -36,6 +36,14 @@ QString TranslateStatusTags(const QString& html) {
   return out;
 }
 
+void StyleAsStatusView(QTextEdit* view) {
+  view->setReadOnly(true);
+  view->document()->setDefaultStyleSheet(StatusStyleSheet());
+  QPalette paper = view->palette();
+  paper.setColor(QPalette::Base, QColor(225, 255, 208));
+  view->setPalette(paper);
+}
+
 QString ServerStatusTable(const ConnectionSettings& settings) {
   int mode = 0;
   if (settings.flags & 0x100) mode = 1;
@@ -59,19 +67,21 @@ QString ServerStatusTable(const ConnectionSettings& settings) {
 StatusPanel::StatusPanel(QWidget* parent) : QDockWidget(QStringLiteral("Status"), parent) {
   setObjectName(QStringLiteral("Status"));
   view_ = new QTextEdit(this);
-  view_->setReadOnly(true);
+  StyleAsStatusView(view_);
   view_->document()->setMetaInformation(QTextDocument::DocumentTitle,
                                         QStringLiteral("Calibration Status"));
-  view_->document()->setDefaultStyleSheet(StatusStyleSheet());
-  QPalette paper = view_->palette();
-  paper.setColor(QPalette::Base, QColor(225, 255, 208));
-  view_->setPalette(paper);
   setWidget(view_);
   redraw();
 }
 
 void StatusPanel::setStatusText(const QString& text) {
   statusText_ = text;
+  redraw();
+}
+
+void StatusPanel::setResultText(const QString& text) {
+  if (text == resultText_) return;
+  resultText_ = text;
   redraw();
 }
 

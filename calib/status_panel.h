@@ -16,6 +16,8 @@ class QTextEdit;
 QString TranslateStatusTags(const QString& html);
 // The style sheet that gives each class its colour, weight, size and margins.
 QString StatusStyleSheet();
+// Gives a read-only view the panel's style sheet and pale green paper.
+void StyleAsStatusView(QTextEdit* view);
 // The "Server Status" table for a settings record, with the panel's tags.
 QString ServerStatusTable(const ConnectionSettings& settings);
 
@@ -27,10 +29,12 @@ class StatusPanel : public QDockWidget {
 
   void setStatusText(const QString& text);
   void showServer(const ConnectionSettings& settings);
+  // The figures of the last run, shown right under the pass lines.
+  void setResultText(const QString& text);
 
   const QString& statusText() const { return statusText_; }
   // What the view shows, before the tags are translated.
-  QString html() const { return statusText_ + serverTable_ + extra_[0] + extra_[1]; }
+  QString html() const { return statusText_ + resultText_ + serverTable_ + extra_[0] + extra_[1]; }
   QTextEdit* view() const { return view_; }
 
  private:
@@ -38,6 +42,7 @@ class StatusPanel : public QDockWidget {
 
   QTextEdit* view_;
   QString statusText_;
+  QString resultText_;
   QString serverTable_;
   QString extra_[2];  // two further texts, empty until used
 };

@@ -7,6 +7,7 @@
 #include <QTextDocument>
 #include <QTextEdit>
 
+#include "calib/calibration_feedback.h"
 #include "calib/status_panel.h"
 #include "testing/qt_app_test.h"
 
@@ -78,6 +79,8 @@ TEST_F(StatusPanelTest, ShowsTextThenTheServerTableInStyle) {
                       "<error>Camera 5</error><dval>done</dval>");
   EXPECT_TRUE(panel.html().startsWith("<div><strong><normal>Pass 2 OK"));
   EXPECT_TRUE(panel.html().contains("<val>3</val>"));
+  panel.setResultText("<table>figures</table>");  // right under the pass lines
+  EXPECT_TRUE(panel.html().contains("(0.35)<error>Camera 5</error><dval>done</dval><table>figures</table><br><table"));
 
   QTextEdit* view = panel.view();
   EXPECT_EQ(view->documentTitle(), "Calibration Status");
@@ -89,6 +92,33 @@ TEST_F(StatusPanelTest, ShowsTextThenTheServerTableInStyle) {
   EXPECT_EQ(FormatAt(view, "done").foreground().color(), QColor("#0c0"));
   EXPECT_EQ(FormatAt(view, "Pass 2").foreground().color(), QColor("#333"));
   EXPECT_EQ(FormatAt(view, "Pass 2").fontPointSize(), 9);
+}
+
+// The coverage table names the camera the solver would refuse and the pairs
+// that share too few frames, the pair matrix reads the right cells, and the
+// result table keeps cameras the run left out.
+TEST(FeedbackTablesTest, MarkWhatTheSolverWouldRefuse) {
+  CaptureCoverage coverage;
+  coverage.valid = true;
+  coverage.summary = {3, 50, 10, 20, 0.2f};
+  coverage.cameras = {{0, 50, 400, 1, {1, 0}, 0.5f, 0.25f}, {1, 48, 380, 1, {3, 0}, 0.5f, 0.5f},
+                      {2, 4, 20, 0, {0, 0}, 0.1f, 0.0f}};
+  coverage.shared = {0, 45, 4, 45, 0, 12345, 4, 12345, 0};
+  const QString table = CoverageTable(coverage);
+  EXPECT_TRUE(table.contains("(2 of 3 cameras ready)"));
+  EXPECT_TRUE(table.contains("<error>no (4/10 frames)</error>"));
+  EXPECT_TRUE(table.contains("Pairs below 20 shared frames: 1-3 (4)"));
+  EXPECT_TRUE(table.contains("<td align='right'><val>45</val><td align='right'><error>4</error><tr>"));
+  EXPECT_TRUE(table.contains("<val>45</val><td><td align='right'><val>12k</val>"));
+
+  CalibrationFigures figures;
+  figures.summary = {2, ZOR_GRADE_FAIR, 0.3f, 500, 0.4f, 50, 1};
+  figures.cameras = {{0, 1, 400, 0.25f, 0.12f, 0.01f}, {1, 0, 0, 0, 0, 0}};
+  const QString result = ResultTable(figures);
+  EXPECT_TRUE(result.contains("<error>fair</error>"));
+  EXPECT_TRUE(result.contains("500.0 mm &plusmn; 0.40 mm"));
+  EXPECT_TRUE(result.contains("<val>400</val><td><val>0.250</val><td><val>0.12</val>"));
+  EXPECT_TRUE(result.contains("<val>2</val><td colspan=\"3\"><error>not calibrated</error>"));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <QVBoxLayout>
 #include <QWheelEvent>
 #include <QWidget>
+#include <functional>
 
 #include "link/zortk.h"
 #include "view/aiming_view.h"
@@ -72,6 +73,24 @@ class ViewHarness : public testing::Test {
     QWheelEvent event(at, view_->mapToGlobal(at), QPoint(), QPoint(0, delta), Qt::NoButton,
                       modifiers, Qt::NoScrollPhase, false);
     QApplication::sendEvent(view_, &event);
+  }
+
+  // Four cameras of a synthetic scene in the 2D view's 2 x 2 grid, camera 0 top left.
+  void FourCameras(int markers) {
+    SyntheticScene scene;
+    scene.markers = markers;
+    scene.cameras = 4;
+    scene.Fill(session_, 1);
+  }
+  // Pixels of a camera's cell in the 2D view that `is` takes, after a repaint.
+  int CountInCell(int cell, const std::function<bool(QColor)>& is) {
+    Repaint();
+    const QImage shot = view_->grabFramebuffer();
+    const int w = shot.width() / 2, h = shot.height() / 2;
+    int n = 0;
+    for (int y = (cell / 2) * h; y < (cell / 2 + 1) * h; ++y)
+      for (int x = (cell % 2) * w; x < (cell % 2 + 1) * w; ++x) n += is(shot.pixelColor(x, y));
+    return n;
   }
 
   std::unique_ptr<QWidget> window_;
@@ -154,10 +173,7 @@ TEST_F(ViewHarness, WheelZoomsAndWithControlTowardsThePointer) {
 }
 
 TEST_F(ViewHarness, TwoDViewClickTogglesACamera) {
-  SyntheticScene scene;
-  scene.markers = 5;
-  scene.cameras = 4;
-  scene.Fill(session_, 1);
+  FourCameras(5);
   view_->sl_View2d();
   Repaint();
   // Four cameras in 800 x 600: 2 columns, 2 rows; top left is camera 0.
@@ -173,30 +189,16 @@ TEST_F(ViewHarness, TwoDViewClickTogglesACamera) {
 // Aiming shows the 2D view; a camera that sees nothing is framed in red, the
 // others in green. Turning it off brings back the view shown before.
 TEST_F(ViewHarness, AimingMarksACameraThatSeesNothing) {
-  SyntheticScene scene;
-  scene.markers = 5;
-  scene.cameras = 4;
-  scene.Fill(session_, 1);
+  FourCameras(5);
   std::erase_if(session_.images, [](const ZORImage& im) { return im.camera == 3; });
   aiming::Set(*view_, true);
-  Repaint();
   ASSERT_TRUE(view_->view2d());
-  // Pixels of a colour in a camera's cell (2 x 2 grid, camera 0 top left).
-  const QImage shot = view_->grabFramebuffer();
-  const auto count = [&](int cell, bool red) {
-    const int w = shot.width() / 2, h = shot.height() / 2;
-    int n = 0;
-    for (int y = (cell / 2) * h; y < (cell / 2 + 1) * h; ++y)
-      for (int x = (cell % 2) * w; x < (cell % 2 + 1) * w; ++x) {
-        const QColor c = shot.pixelColor(x, y);
-        n += red ? c.red() > 200 && c.green() < 90 : c.green() > 180 && c.red() < 120;
-      }
-    return n;
-  };
-  EXPECT_GT(count(3, true), 200);
-  EXPECT_EQ(count(3, false), 0);
-  EXPECT_GT(count(0, false), 200);
-  EXPECT_EQ(count(0, true), 0);
+  const auto red = [](QColor c) { return c.red() > 200 && c.green() < 90; };
+  const auto green = [](QColor c) { return c.green() > 180 && c.red() < 120; };
+  EXPECT_GT(CountInCell(3, red), 200);
+  EXPECT_EQ(CountInCell(3, green), 0);
+  EXPECT_GT(CountInCell(0, green), 200);
+  EXPECT_EQ(CountInCell(0, red), 0);
   aiming::Set(*view_, false);
   EXPECT_FALSE(view_->view2d() || aiming::On(*view_));
   view_->sl_View2d();
@@ -243,6 +245,30 @@ TEST_F(ViewHarness, TrailsShowTheKeptHistoryOnly) {
   feed(0, 300, 2000);
   EXPECT_FALSE(lit(1200, 1000));
   EXPECT_TRUE(lit(-2500, 2000));
+}
+
+// The calibration overlay over the 2D view: a ready camera's covered cell is
+// filled green, a camera the solver would refuse is framed red, a moved one
+// orange; nothing is drawn once the overlay is empty.
+TEST_F(ViewHarness, CalibrationOverlayMarksCoverageAndMovedCameras) {
+  FourCameras(0);
+  view_->sl_View2d();
+  CalibrationOverlay& o = view_->calibration;
+  o.showCoverage = true;
+  o.summary.min_frames = 10;
+  o.coverage = {{0, 40, 90, 1, {0xffffffffu, 0xffffffffu}, 0.4f, 1}, {1, 3, 6, 0, {0, 0}, 0, 0}};
+  o.moved = {{2, 1, 2.5f, 0.2f}};
+  const auto green = [](QColor c) { return c.green() > 50 && c.green() > 2 * c.red(); };
+  const auto red = [](QColor c) { return c.red() > 200 && c.green() < 110 && c.blue() > 40; };
+  const auto orange = [](QColor c) { return c.red() > 200 && c.green() > 90 && c.green() < 140 && c.blue() < 30; };
+  EXPECT_GT(CountInCell(0, green), 20000);  // every cell filled
+  EXPECT_GT(CountInCell(1, red), 300);
+  EXPECT_EQ(CountInCell(0, red), 0);
+  EXPECT_GT(CountInCell(2, orange), 300);
+  EXPECT_EQ(CountInCell(3, orange) + CountInCell(3, green) + CountInCell(3, red), 0);
+  o = {};
+  EXPECT_LT(CountInCell(0, green), 100);
+  EXPECT_EQ(CountInCell(2, orange), 0);
 }
 
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {

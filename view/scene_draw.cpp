@@ -180,6 +180,7 @@ void SceneView::DrawScene() {
   if (draw.grid) DrawGrid();
   for (const Vec3& at : rulers) DrawRuler(at);
   DrawCameras();
+  overlay::DrawScene3d(calibration, session_->cameras, PositionScale(), 120 * options_.viewScale);
   DrawTrails();
   if (draw.showDistance) DrawMeasurements();
   if (draw.follow && followValid_) DrawCentreMark(camera_.centre);
@@ -781,6 +782,7 @@ void SceneView::Draw2d() {
     }
     if (aimingMarks)
       aiming::DrawCell(*session_, cameras[i].id, float(x), float(y), w, h, ox, oy, sensorW * k, sensorH * k);
+    overlay::DrawCell2d(calibration, cameras[i].id, ox, oy, sensorW * k, sensorH * k);
   }
   glPointSize(1);
 }

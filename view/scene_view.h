@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "view/calibration_overlay.h"
 #include "view/frame_clock.h"
 #include "view/gl_draw.h"
 #include "view/manipulator.h"
@@ -121,6 +122,8 @@ class SceneView {
   std::vector<Vec3> alignmentPoints;   // millimetres: origin, X, Z
   // Drawn highlighted until the view clock passes this (a point just taken).
   uint32_t alignmentHighlightUntil = 0;
+  // Coverage, camera-pair links and moved cameras of a calibration, drawn over both views.
+  CalibrationOverlay calibration;
   // Rigid bodies are drawn in this orientation of their own axes.
   OrientationMatrix orientation = IdentityOrientation();
 
