@@ -23,10 +23,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "bench/server_drops.h"
 #include "calib/calib_session.h"
 #include "link/event_loop_wait.h"
 #include "testing/zord_process.h"
-#include "zorsock/control.h"
 #include "zorsock/zorsock.h"
 
 namespace {
@@ -229,15 +229,6 @@ void Connecting(StallMeter& meter, const char* what, int port) {
 // Opens a calibration session through the proxy and pumps it as the window
 // does (48 frames a 2 ms tick, a calibration message read per frame): 10 s of
 // capture, then a calibration until its last pass.
-// Frames the server dropped for its sessions because they were not read in
-// time (its own count), -1 when it cannot say.
-long long ServerDrops(const std::string& address) {
-  std::string error;
-  const std::string reply = zorControl(address, R"({"cmd":"clock"})", &error);
-  const auto at = reply.find("\"session_frames_dropped\":");
-  return at == std::string::npos ? -1 : std::atoll(reply.c_str() + at + 25);
-}
-
 void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const std::string& zord) {
   CalibSession session(128, 0.001f);
   session.setWandFiles({zortest::DataPath("wand.rb")});
