@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cstdio>
 #include <deque>
+#include <fstream>
+#include <string>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
@@ -21,10 +23,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include "bench/server_drops.h"
 #include "calib/calib_session.h"
 #include "link/event_loop_wait.h"
 #include "testing/zord_process.h"
-#include "zorsock/control.h"
 #include "zorsock/zorsock.h"
 
 namespace {
@@ -179,6 +181,20 @@ class StallMeter {
   qint64 max_ms_ = 0, max_at_ms_ = 0;
 };
 
+// Returns once the process is stopped: a signal takes a moment to land, and a
+// server that still answers the handshake is not the case measured.
+void WaitStopped(pid_t pid) {
+  const std::string stat = "/proc/" + std::to_string(pid) + "/stat";
+  for (int i = 0; i < 1000; ++i) {
+    std::ifstream in(stat);
+    std::string line;
+    std::getline(in, line);
+    const auto end = line.rfind(')');
+    if (end != std::string::npos && end + 2 < line.size() && line[end + 2] == 'T') return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 // Runs `work` from the event loop (as a slot would) and returns its result.
 template <typename Work>
 auto FromEventLoop(Work work) {
@@ -213,15 +229,6 @@ void Connecting(StallMeter& meter, const char* what, int port) {
 // Opens a calibration session through the proxy and pumps it as the window
 // does (48 frames a 2 ms tick, a calibration message read per frame): 10 s of
 // capture, then a calibration until its last pass.
-// Frames the server dropped for its sessions because they were not read in
-// time (its own count), -1 when it cannot say.
-long long ServerDrops(const std::string& address) {
-  std::string error;
-  const std::string reply = zorControl(address, R"({"cmd":"clock"})", &error);
-  const auto at = reply.find("\"session_frames_dropped\":");
-  return at == std::string::npos ? -1 : std::atoll(reply.c_str() + at + 25);
-}
-
 void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const std::string& zord) {
   CalibSession session(128, 0.001f);
   session.setWandFiles({zortest::DataPath("wand.rb")});
@@ -230,7 +237,7 @@ void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const s
     std::printf("calibration: cannot connect\n");
     return;
   }
-  int64_t frames = 0, lost = 0, messages = 0;
+  int64_t frames = 0, lost = 0, messages = 0, flushed = 0;
   int32_t previous = -1;
   qint64 stall_open = meter.max_ms();
   meter.Reset();
@@ -252,6 +259,10 @@ void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const s
     });
     if (pumped.last < 0) stage = kDone;
     const qint64 t = wall.elapsed();
+    // Starting and stopping the capture or a calibration changes the server's
+    // state: the session drains the frames queued around it (its Flush), as in
+    // the window. Those are counted apart, not as lost.
+    const int32_t before = session.lastFrame;
     if (stage == kWarmUp && t > 1000) {
       session.toggleCapture();
       stage = kCapture;
@@ -262,6 +273,10 @@ void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const s
     } else if ((stage == kCalibrate && !session.calibrating) || t > 120000) {
       stage = kDone;
     }
+    if (session.lastFrame != before) {
+      flushed += session.lastFrame - before;
+      previous = session.lastFrame;
+    }
     if (stage == kDone) QCoreApplication::quit();
   });
   pump.start(2);
@@ -270,10 +285,12 @@ void Calibrating(StallMeter& meter, int port, bool round_trip_per_frame, const s
   zorGetIntegerv(ZOR_FRAMES_DROPPED, &dropped);
   const double seconds = wall.elapsed() / 1000.0;
   std::printf("calibration session                %6.1f s: %lld frames (%.0f Hz), %lld lost, "
-              "%d dropped by the library, %lld by the server, %lld messages, calibrated %d; "
+              "%lld drained by the session's flushes, %d dropped by the library, %lld by the server, "
+              "%lld messages, calibrated %d; "
               "longest stall %lld ms (ending %.1f s in; opening %lld ms)\n",
               seconds, static_cast<long long>(frames), frames / seconds,
-              static_cast<long long>(lost), dropped, ServerDrops(zord), static_cast<long long>(messages),
+              static_cast<long long>(lost), static_cast<long long>(flushed), dropped, ServerDrops(zord),
+              static_cast<long long>(messages),
               session.calibrated ? 1 : 0, static_cast<long long>(meter.max_ms()),
               meter.max_at_ms() / 1000.0, static_cast<long long>(stall_open));
   session.Done();
@@ -342,6 +359,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   kill(zord.pid(), SIGSTOP);
+  WaitStopped(zord.pid());
   Connecting(meter, "frozen zord (SIGSTOP)", zord.port());
   kill(zord.pid(), SIGCONT);
 

@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "bench/server_drops.h"
 #include "testing/zord_process.h"
 #include "zord/server/server_test_support.h"
 #include "zorsock/library.h"
@@ -181,9 +182,12 @@ int main(int argc, char** argv) {
   auto next_report = start + std::chrono::duration<double>(report);
   auto print_memory = [&](const char* when) {
     zord.output();  // keeps the server's output pipe drained on long runs
-    std::printf("%s %.0f s: frames %d, lost %d; RSS client %ld KiB, server %ld KiB\n", when,
-                std::chrono::duration<double>(Clock::now() - start).count(), delivered, lost,
-                ResidentKiB("self"), ResidentKiB(server_pid));
+    int library_drops = 0;
+    zorGetIntegerv(ZOR_FRAMES_DROPPED, &library_drops);
+    std::printf("%s %.0f s: frames %d, lost %d (library %d, server %lld); RSS client %ld KiB, "
+                "server %ld KiB\n",
+                when, std::chrono::duration<double>(Clock::now() - start).count(), delivered, lost,
+                library_drops, ServerDrops(zord.address()), ResidentKiB("self"), ResidentKiB(server_pid));
     std::fflush(stdout);
   };
   std::printf("start: RSS client %ld KiB, server %ld KiB\n", client_rss0, server_rss0);

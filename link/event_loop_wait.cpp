@@ -23,22 +23,27 @@ bool Allowed(QObject* target) {
 }
 
 // Sits on the application while the hook is installed; idle outside waits.
+// The busy cursor also marks the span of one chain of waits: it ends when the
+// event loop runs again outside any wait.
 class WaitInputGate : public QObject {
  public:
   // Called from the hook: a busy cursor until the call has returned.
   void ShowBusy() {
     if (busy_) return;
     busy_ = true;
-    if (cursor_) QApplication::setOverrideCursor(Qt::BusyCursor);
+    if (gui_) {
+      modal_at_start_ = QApplication::activeModalWidget();
+      QApplication::setOverrideCursor(Qt::BusyCursor);
+    }
     QTimer::singleShot(0, this, &WaitInputGate::EndWhenDone);
   }
   ~WaitInputGate() override {
-    if (busy_ && cursor_) QApplication::restoreOverrideCursor();
+    if (busy_ && gui_) QApplication::restoreOverrideCursor();
   }
 
  protected:
   bool eventFilter(QObject* target, QEvent* event) override {
-    if (!zorsock::CallWaiting()) return false;
+    if (!zorsock::CallWaiting() || OpenedDuringWait(target)) return false;
     switch (event->type()) {
       case QEvent::Close:
         // The window's session is in the middle of a call: close it after.
@@ -72,14 +77,24 @@ class WaitInputGate : public QObject {
       return;
     }
     busy_ = false;
-    if (cursor_) QApplication::restoreOverrideCursor();
+    if (gui_) QApplication::restoreOverrideCursor();
     const auto windows = std::exchange(to_close_, {});
     for (const QPointer<QMainWindow>& window : windows)
       if (window) window->close();
   }
 
+  // A box that something run from the wait put up must still be answerable;
+  // a dialog that was up before (whose button may have started the call) not.
+  bool OpenedDuringWait(QObject* target) const {
+    if (!gui_ || !target->isWidgetType()) return false;
+    QWidget* modal = QApplication::activeModalWidget();
+    auto* widget = static_cast<QWidget*>(target);
+    return modal && modal != modal_at_start_ && (modal == widget || modal->isAncestorOf(widget));
+  }
+
   bool busy_ = false;
-  const bool cursor_ = qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
+  const bool gui_ = qobject_cast<QApplication*>(QCoreApplication::instance()) != nullptr;
+  QPointer<QWidget> modal_at_start_;
   QList<QPointer<QMainWindow>> to_close_;
 };
 
