@@ -42,14 +42,12 @@ Eigen::Vector2d PixelToNormalized(const Intrinsics& k, const Eigen::Vector2d& uv
   for (int i = 0; i < 10; ++i) {
     const double x = xn.x(), y = xn.y(), r2 = x * x + y * y;
     const double radial = 1 + r2 * (k.k1 + k.k2 * r2);
-    const double dradial = 2 * (k.k1 + 2 * k.k2 * r2);  // d radial / d (r^2) times 2
     const Eigen::Vector2d f(x * radial + 2 * k.p1 * x * y + k.p2 * (r2 + 2 * x * x) - xd.x(),
                             y * radial + k.p1 * (r2 + 2 * y * y) + 2 * k.p2 * x * y - xd.y());
-    Eigen::Matrix2d j;
-    j(0, 0) = radial + x * dradial * x + 2 * k.p1 * y + 6 * k.p2 * x;
-    j(0, 1) = x * dradial * y + 2 * k.p1 * x + 2 * k.p2 * y;
-    j(1, 0) = y * dradial * x + 2 * k.p1 * x + 2 * k.p2 * y;
-    j(1, 1) = radial + y * dradial * y + 6 * k.p1 * y + 2 * k.p2 * x;
+    // The pixel's derivative in units of the focal length.
+    Eigen::Matrix2d j = PixelByNormalized(k, x, y);
+    j.row(0) /= k.fx;
+    j.row(1) /= k.fy;
     const Eigen::Vector2d step = j.inverse() * f;
     xn -= step;
     if (step.squaredNorm() < 1e-26) break;

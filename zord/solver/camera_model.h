@@ -67,6 +67,26 @@ inline Eigen::Vector2d DistortToPixel(const Intrinsics& k, double xn, double yn)
   return DistortToPixel(xn, yn, k.fx, k.fy, k.cx, k.cy, d);
 }
 
+// Derivative of the pixel (DistortToPixel) by the normalised coordinates.
+inline Eigen::Matrix2d PixelByNormalized(const Intrinsics& k, double xn, double yn) {
+  const double r2 = xn * xn + yn * yn, radial = 1 + r2 * (k.k1 + k.k2 * r2);
+  const double dradial = 2 * (k.k1 + 2 * k.k2 * r2);  // d radial / d (r^2), times 2
+  Eigen::Matrix2d j;
+  j << k.fx * (radial + xn * dradial * xn + 2 * k.p1 * yn + 6 * k.p2 * xn),
+      k.fx * (xn * dradial * yn + 2 * k.p1 * xn + 2 * k.p2 * yn),
+      k.fy * (yn * dradial * xn + 2 * k.p1 * xn + 2 * k.p2 * yn),
+      k.fy * (radial + yn * dradial * yn + 6 * k.p1 * yn + 2 * k.p2 * xn);
+  return j;
+}
+
+// Derivative of the pixel by the point in camera coordinates.
+inline Eigen::Matrix<double, 2, 3> PixelByCameraPoint(const Intrinsics& k, const Eigen::Vector3d& pc) {
+  const double xn = pc.x() / pc.z(), yn = pc.y() / pc.z();
+  Eigen::Matrix<double, 2, 3> project;
+  project << 1 / pc.z(), 0, -xn / pc.z(), 0, 1 / pc.z(), -yn / pc.z();
+  return PixelByNormalized(k, xn, yn) * project;
+}
+
 // Projects a point given in camera coordinates; false when it is behind the camera.
 inline bool ProjectCamera(const Intrinsics& k, const Eigen::Vector3d& pc, Eigen::Vector2d* uv) {
   if (pc.z() <= 1e-9) return false;

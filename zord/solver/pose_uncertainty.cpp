@@ -73,7 +73,7 @@ PoseUncertainty CameraPoseUncertainty(const SampleSet& set, const StraightWand& 
   std::vector<std::pair<size_t, int>> detections;  // frame, sample
   for (size_t f = 0; f < set.frames.size(); ++f) {
     if (!state.wand[f]) continue;
-    const SampleRange range = CameraRanges(set.frames[f], set.cameras)[camera];
+    const SampleRange range = CameraRange(set.frames[f], camera);
     for (int i = range.first; i < range.second; ++i)
       if (state.inlier[f][i]) detections.emplace_back(f, i);
   }

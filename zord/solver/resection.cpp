@@ -17,7 +17,7 @@ bool ResectCamera(const SampleSet& set, const StraightWand& wand, const CalibSta
   std::vector<cv::Point2d> seen;
   for (size_t f = 0; f < set.frames.size(); ++f) {
     if (!state.wand[f]) continue;
-    const SampleRange range = CameraRanges(set.frames[f], set.cameras)[camera];
+    const SampleRange range = CameraRange(set.frames[f], camera);
     for (int i = range.first; i < range.second; ++i) {
       const Sample& s = set.frames[f].samples[i];
       const Eigen::Vector3d x = WandLedPosition(*state.wand[f], wand.offsets[s.led]);

@@ -25,6 +25,13 @@ std::vector<SampleRange> CameraRanges(const SampleFrame& frame, int cameras) {
   return ranges;
 }
 
+SampleRange CameraRange(const SampleFrame& frame, int camera) {
+  const auto begin = frame.samples.begin(), end = frame.samples.end();
+  const auto first = std::partition_point(begin, end, [&](const Sample& s) { return s.camera < camera; });
+  const auto last = std::partition_point(first, end, [&](const Sample& s) { return s.camera == camera; });
+  return {static_cast<int>(first - begin), static_cast<int>(last - begin)};
+}
+
 std::vector<size_t> SelectEvenly(size_t count, int quality) {
   std::vector<size_t> picked;
   const size_t wanted = quality <= 0 ? count : std::min(count, static_cast<size_t>(quality));

@@ -41,6 +41,8 @@ struct SampleSet {
 // for cameras that do not see the frame.
 using SampleRange = std::pair<int, int>;
 std::vector<SampleRange> CameraRanges(const SampleFrame& frame, int cameras);
+// The range of one camera alone.
+SampleRange CameraRange(const SampleFrame& frame, int camera);
 
 // Calls fn(i, j) for each LED that both ranges of `frame` hold, with the two
 // samples' indices (both ranges are sorted by LED, so this is a merge).

@@ -50,8 +50,9 @@ struct SolverOptions {
   // refused by name.
   double max_lens_inflation = 10;
   double max_pose_std_mm = 1.5;
-  // The lenses are refined on at most this many frames spread over the
-  // capture (more add time, not accuracy); the poses then use every frame.
+  // With refine_intrinsics, cameras and lenses are adjusted on at most this
+  // many frames spread over the capture (more add time, not accuracy); the
+  // wand poses of the other frames are then fitted to them.
   int max_lens_frames = 2400;
 
   // Leave cameras with too little coverage uncalibrated instead of failing.

@@ -12,6 +12,7 @@
 #include "zord/solver/relative_poses.h"
 #include "zord/solver/resection.h"
 #include "zord/solver/sample_set.h"
+#include "zord/solver/wand_refit.h"
 #include "zord/solver/world_frame.h"
 
 namespace zord {
@@ -190,10 +191,18 @@ class WandCalibration {
     return true;
   }
 
-  bool Adjust(int pass, const BundleSettings& settings) {
+  // Adjusts jointly the frames of `subset_` (all when it is empty), then fits
+  // the wand poses of the other frames to the result.
+  bool Adjust(int pass, BundleSettings settings) {
+    settings.frames = subset_;
     const BundleOutcome outcome = AdjustBundle(set_, wand_, settings, options_, &state_);
+    if (!outcome.ok) return !outcome.cancelled && Fail(pass, outcome.problem);
     parameters_ = outcome.parameters;
-    return outcome.ok || (!outcome.cancelled && Fail(pass, outcome.problem));
+    if (!rest_.empty()) {
+      const double knee = settings.robust ? options_.robust_loss_px : 0;
+      parameters_ += 5 * RefitWandPoses(set_, wand_, rest_, knee, &state_);
+    }
+    return true;
   }
 
   // A camera most of whose detections miss the wand that the others agree
@@ -229,6 +238,14 @@ class WandCalibration {
     settings.fixed_camera = tree_.root;
     // With the lenses still to be refined, pass 4 adjusts everything again anyway.
     settings.function_tolerance = options_.refine_intrinsics ? 1e-5 : 1e-9;
+    // So are its cameras and lenses: from a long capture an even subset of
+    // the frames determines them as well as every frame does, at a fraction
+    // of the cost; the other frames' wand poses follow the cameras.
+    if (options_.refine_intrinsics &&
+        set_.frames.size() > static_cast<size_t>(options_.max_lens_frames)) {
+      subset_ = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
+      rest_ = FramesOutside(set_.frames.size(), subset_);
+    }
     state_.TrustAll(set_);
     if (!Adjust(3, settings)) return false;
     auto errors = SampleErrors(set_, wand_, state_);
@@ -312,17 +329,12 @@ class WandCalibration {
     const int lens_parameters = LensParameters();
     bool adjusted = least_squares_ && lens_parameters == 0;
     if (lens_parameters > 0) {
-      // The lenses from a well-spread subset of the frames, then (when that
-      // left frames out) every frame's wand pose and the camera poses with
-      // the lenses held.
       BundleSettings lens = settings;
       lens.lens_terms = lens_terms_;
-      lens.frames = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
       if (!Adjust(4, lens)) return false;
-      adjusted = lens.frames.size() == set_.frames.size();
+    } else if (!adjusted && !Adjust(4, settings)) {
+      return false;
     }
-    if (!adjusted && !Adjust(4, settings)) return false;
-    parameters_ += lens_parameters;
     // The better model may move the outlier boundary: re-decide and adjust once more.
     auto errors = SampleErrors(set_, wand_, state_);
     const std::vector<std::vector<bool>> before = state_.inlier;
@@ -413,6 +425,10 @@ class WandCalibration {
   SampleSet set_;
   CameraTree tree_;
   std::vector<Extrinsics> relative_;
+  // With the lenses refined on a long capture, the frames adjusted jointly;
+  // the wand poses of the rest are fitted to their cameras. Both empty: every
+  // frame is adjusted jointly.
+  std::vector<size_t> subset_, rest_;
   CalibState state_;
   int parameters_ = 0;
   bool least_squares_ = false;  // the robust adjustment's result is the least-squares one
