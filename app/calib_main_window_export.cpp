@@ -1,5 +1,6 @@
 // The File menu's own entries: exporting the server's calibration for other
 // tools.
+#include <QAction>
 #include <QFileDialog>
 #include <QMenu>
 #include <QStatusBar>
@@ -9,8 +10,11 @@
 #include "link/calibration_export.h"
 
 void CalibMainWindow::addFileEntries() {
-  fileMenu_->addAction(makeEntry("Export Calibration...", kExportCalibration, false, QKeySequence(),
-                                 &CalibMainWindow::sl_ExportCalibration));
+  // Above Exit, set apart from it, as file menus put their last entry.
+  QAction* exportAction = makeEntry("Export Calibration...", kExportCalibration, false, QKeySequence(),
+                                    &CalibMainWindow::sl_ExportCalibration);
+  fileMenu_->insertAction(exitAction_, exportAction);
+  fileMenu_->insertSeparator(exitAction_);
 }
 
 void CalibMainWindow::sl_ExportCalibration() {
