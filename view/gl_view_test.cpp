@@ -271,6 +271,34 @@ TEST_F(ViewHarness, CalibrationOverlayMarksCoverageAndMovedCameras) {
   EXPECT_EQ(CountInCell(2, orange), 0);
 }
 
+// In the 3D view two calibrated cameras that shared too few wand frames are
+// linked by a red line; with enough frames the line is no longer red.
+TEST_F(ViewHarness, WeakCameraPairIsLinkedInRed) {
+  session_.markers.clear();
+  session_.cameras = {{0, {-1500, 1000, 0, 1, 0, 0, 0}, 0.3f, 0}, {1, {1500, 1000, 0, 1, 0, 0, 0}, 0.3f, 0}};
+  view_->draw.cameraAxes = false;
+  CalibrationOverlay& o = view_->calibration;
+  o.showCoverage = true;
+  o.summary.min_shared_frames = 10;
+  o.coverage.resize(2);
+  o.coverage[1].camera = 1;
+  const auto redPixels = [&] {
+    Repaint();
+    const QImage shot = view_->grabFramebuffer();
+    int n = 0;
+    for (int y = 0; y < shot.height(); ++y)
+      for (int x = 0; x < shot.width(); ++x) {
+        const QColor c = shot.pixelColor(x, y);
+        n += c.red() > 180 && c.green() < 90 && c.blue() < 90;
+      }
+    return n;
+  };
+  o.shared = {0, 3, 3, 0};
+  EXPECT_GT(redPixels(), 300);
+  o.shared = {0, 30, 30, 0};
+  EXPECT_EQ(redPixels(), 0);
+}
+
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
   SyntheticScene scene;
   scene.markers = 0;
