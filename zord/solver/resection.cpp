@@ -17,14 +17,16 @@ bool ResectCamera(const SampleSet& set, const StraightWand& wand, const CalibSta
   std::vector<cv::Point2d> seen;
   for (size_t f = 0; f < set.frames.size(); ++f) {
     if (!state.wand[f]) continue;
-    const SampleRange range = CameraRange(set.frames[f], camera);
-    for (int i = range.first; i < range.second; ++i) {
-      const Sample& s = set.frames[f].samples[i];
+    auto add = [&](const Sample& s) {
       const Eigen::Vector3d x = WandLedPosition(*state.wand[f], wand.offsets[s.led]);
       const Eigen::Vector2d n = PixelToNormalized(state.lenses[camera], s.pixel);
       leds.emplace_back(x.x(), x.y(), x.z());
       seen.emplace_back(n.x(), n.y());
-    }
+    };
+    const SampleRange range = CameraRange(set.frames[f], camera);
+    for (int i = range.first; i < range.second; ++i) add(set.frames[f].samples[i]);
+    for (const Sample& s : set.frames[f].repeated)
+      if (s.camera == camera) add(s);
   }
   if (static_cast<int>(leds.size()) < min_inliers) return false;
   std::vector<cv::Point3d> some_leds;

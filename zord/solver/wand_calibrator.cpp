@@ -22,6 +22,8 @@ constexpr double kWandStraightnessMm = 2.0;
 // First wand poses come from plain triangulation: views further off than this
 // many times the outlier threshold are left out of it.
 constexpr double kTriangulationRejectFactor = 10.0;
+// A camera posed again within this of its pose has not moved.
+constexpr double kSamePoseMm = 5.0, kSamePoseRad = 1e-3;
 
 std::string CameraName(int index) {
   return "Camera " + std::to_string(index + 1);
@@ -155,19 +157,25 @@ class WandCalibration {
       relative_[c].translation *= *scale;
     }
     state_.poses = ChainPoses(tree_, relative_);
-    const double reject_px = kTriangulationRejectFactor * options_.outlier_threshold_px;
-    state_.wand =
-        TriangulateWandPoses(set_, wand_, state_.poses, state_.lenses, state_.use, reject_px);
-    // The error of this pass leaves out what is far off; the robust adjustment
-    // that follows sees every sample again.
-    state_.TrustAll(set_);
+    TriangulateWand();
+    // The error of this pass leaves out what is far off.
     const auto errors = SampleErrors(set_, wand_, state_);
-    MarkInliers(errors, reject_px, &state_);
+    MarkInliers(errors, RejectThreshold(), &state_);
     const int posed = static_cast<int>(std::count_if(state_.wand.begin(), state_.wand.end(),
                                                      [](const auto& w) { return w.has_value(); }));
     if (posed < options_.min_camera_frames)
       return Fail(2, "too few wand frames could be triangulated");
     return Succeed(2, InlierError(errors, set_, state_).Rms()) && !options_.Cancelled();
+  }
+
+  double RejectThreshold() const {
+    return kTriangulationRejectFactor * options_.outlier_threshold_px;
+  }
+
+  void TriangulateWand() {
+    state_.wand = TriangulateWandPoses(set_, wand_, state_.poses, state_.lenses, state_.use,
+                                       RejectThreshold());
+    state_.TrustAll(set_);
   }
 
   // Outlier threshold from the current errors: the fixed one, or more when
@@ -221,13 +229,21 @@ class WandCalibration {
       }
     }
     bool moved = false;
+    // The resection's own threshold follows the noise alone: seen from afar, a
+    // wand's mirror image nearly fits a camera farther off along its view,
+    // within a couple of pixels but not within the noise.
+    const double tight = options_.outlier_sigmas * RobustSigma(errors);
     for (int c = 0; c < set_.cameras; ++c) {
       if (!state_.use[c] || c == tree_.root || 2 * fit[c] >= seen[c]) continue;
       Extrinsics pose;
-      if (ResectCamera(set_, wand_, state_, c, threshold, 2 * options_.min_camera_frames, &pose)) {
-        state_.poses[c] = pose;
-        moved = true;
-      }
+      if (!ResectCamera(set_, wand_, state_, c, tight, 2 * options_.min_camera_frames, &pose))
+        continue;
+      // Posed where it already was (its wand is seen only with its reflection,
+      // set aside until the end of the pass): nothing to adjust again.
+      const Extrinsics& was = state_.poses[c];
+      moved = moved || (pose.Centre() - was.Centre()).norm() > kSamePoseMm ||
+              pose.rotation.angularDistance(was.rotation) > kSamePoseRad;
+      state_.poses[c] = pose;
     }
     return moved;
   }
@@ -246,10 +262,20 @@ class WandCalibration {
       subset_ = SelectEvenly(set_.frames.size(), options_.max_lens_frames);
       rest_ = FramesOutside(set_.frames.size(), subset_);
     }
-    state_.TrustAll(set_);
-    if (!Adjust(3, settings)) return false;
+    // A camera that starts from a wrong pose is posed again first, and the
+    // samples far off the wand stay out: many of them (a shiny wall's
+    // reflections) pull a camera away together even under a robust loss.
     auto errors = SampleErrors(set_, wand_, state_);
     if (RepositionStrayCameras(errors)) {
+      TriangulateWand();
+      errors = SampleErrors(set_, wand_, state_);
+    }
+    MarkInliers(errors, RejectThreshold(), &state_);
+    if (!Adjust(3, settings)) return false;
+    errors = SampleErrors(set_, wand_, state_);
+    if (RepositionStrayCameras(errors)) {
+      TriangulateWand();
+      MarkInliers(SampleErrors(set_, wand_, state_), RejectThreshold(), &state_);
       if (!Adjust(3, settings)) return false;
       errors = SampleErrors(set_, wand_, state_);
     }

@@ -205,6 +205,38 @@ TEST(WandCalibrator, OutliersAndReflectionsAreRejected) {
   EXPECT_LT(errors.position_max_mm, 0.5);
 }
 
+// A glass wall beyond one side of the room: the cameras facing it see the
+// wand's mirror image with the same LED ids, often without the wand itself,
+// and when with it, both blobs are set aside as repeated.
+TEST(WandCalibrator, CamerasFacingAMirrorArePosedFromTheWandNotItsImage) {
+  SyntheticOptions options = SmallCapture();
+  options.cameras = 8;
+  SyntheticCapture capture = MakeSyntheticCapture(options);
+  constexpr double kMirrorX = -3300;
+  int images = 0;
+  for (size_t f = 0; f < capture.input.frames.size(); ++f) {
+    const WandPose& pose = capture.true_wand[f];
+    for (int c = 0; c < options.cameras; ++c) {
+      const Intrinsics& lens = capture.true_lenses[c];
+      for (const WandLed& led : capture.input.wand) {
+        Eigen::Vector3d image = pose.centre + led.local.x() * pose.direction;
+        image.x() = 2 * kMirrorX - image.x();
+        Eigen::Vector2d uv;
+        if (!ImageCamera(lens, FieldOf(lens), capture.true_poses[c].ToCamera(image), &uv)) continue;
+        capture.input.frames[f].observations.push_back({c, led.id, uv.x(), uv.y()});
+        ++images;
+      }
+    }
+  }
+  ASSERT_GT(images, 1000);
+  const SolveRun run = Calibrate(capture.input);
+  ASSERT_EQ(run.result.status, SolveStatus::kSuccess) << Joined(run.messages);
+  EXPECT_GT(run.result.repeated, 0);
+  const PoseErrors errors = CompareCameraPoses(run.result.extrinsics, capture.true_poses,
+                                               std::vector<bool>(options.cameras, true));
+  EXPECT_LT(errors.position_max_mm, 0.5);
+}
+
 // The lens and cameras from an even third of the frames, the other frames'
 // wand poses fitted to them, misread detections among them.
 TEST(WandCalibrator, RefinesAPerturbedLensOnASubsetAndPosesEveryFrame) {
