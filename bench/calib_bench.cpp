@@ -127,9 +127,10 @@ void DetectInRoom(const Case& c, zord::SyntheticCapture* capture) {
 }
 
 // How well the solver told bad detections from good: a detection is bad when
-// it lies more than 2 px (the outlier threshold) from where the LED its id
-// names truly images, good within 1 px; counted over the frames and cameras
-// of the final adjustment.
+// it lies more than 2 px (the outlier threshold before the final pass) from
+// where the LED its id names truly images, good within 1 px; counted over the
+// frames and cameras of the final adjustment. Blobs 1-2 px off count as
+// neither.
 struct RejectionScore {
   int bad = 0, bad_found = 0, good = 0, good_rejected = 0;
 };
@@ -153,10 +154,10 @@ RejectionScore ScoreRejections(const zord::SyntheticCapture& capture,
       const zord::WandObservation& o = observations[k];
       if (!result.calibrated[o.camera]) continue;
       const Eigen::Vector3d world = pose.centre + capture.input.wand[o.led].local.x() * pose.direction;
+      // Projected without the image's bounds: noise can put the blob of an
+      // LED just outside the image inside it.
       Eigen::Vector2d uv;
-      const zord::Intrinsics& lens = capture.true_lenses[o.camera];
-      const bool imaged = zord::ImageCamera(lens, zord::FieldOf(lens),
-                                            capture.true_poses[o.camera].ToCamera(world), &uv);
+      const bool imaged = zord::Project(capture.true_lenses[o.camera], capture.true_poses[o.camera], world, &uv);
       const double error = imaged ? (uv - Eigen::Vector2d(o.u, o.v)).norm() : 1e9;
       const bool out = k < rejected[f].size() && rejected[f][k];
       if (error > 2) {

@@ -1,7 +1,10 @@
-// Triangulation, the camera tree and the accuracy measures on exact data.
+// Triangulation, the camera tree, the accuracy measures and the adjustment's
+// derivatives on exact data.
+#include <ceres/gradient_checker.h>
 #include <gtest/gtest.h>
 
 #include "zord/solver/calib_accuracy.h"
+#include "zord/solver/group_cost.h"
 #include "zord/solver/relative_poses.h"
 #include "zord/solver/triangulation.h"
 
@@ -101,6 +104,33 @@ TEST(CalibAccuracy, IgnoresARigidMotionOfTheWholeInstallation) {
   errors = CompareCameraPoses(moved, truth, {true, true, true, true});
   EXPECT_GT(errors.position_max_mm, 1.5);
   EXPECT_NEAR(errors.rotation_max_deg, 0.01, 0.005);
+}
+
+// The written-out derivatives against numeric ones, with every lens term
+// non-zero so that none of them drops out.
+TEST(GroupCost, DerivativesMatchNumericOnes) {
+  SampleSet set;
+  set.cameras = 1;
+  set.frames.resize(1);
+  for (int led = 0; led < 3; ++led) set.frames[0].samples.push_back({0, led, {600, 500}});
+  const std::vector<double> offsets = {-450, 100, 450};
+  Intrinsics lens;
+  lens.fx = 1400, lens.fy = 1390, lens.cx = 650, lens.cy = 505;
+  lens.k1 = -0.2, lens.k2 = 0.05, lens.p1 = 0.002, lens.p2 = -0.001;
+  const double camera[6] = {0.3, -0.5, 0.2, 150, -80, 3200};
+  const Eigen::Vector3d direction = Eigen::Vector3d(0.6, 0.2, -0.3).normalized();
+  const double wand[6] = {40, 25, -60, direction.x(), direction.y(), direction.z()};
+  const double free_lens[8] = {lens.fx, lens.fy / lens.fx, lens.cx, lens.cy,
+                               lens.k1, lens.k2,           lens.p1, lens.p2};
+  const double* blocks[3] = {camera, wand, free_lens};
+  const auto* no_manifolds = static_cast<const std::vector<const ceres::Manifold*>*>(nullptr);
+  for (const Intrinsics* fixed : std::vector<const Intrinsics*>{&lens, nullptr}) {
+    const GroupCost cost({&set, 0, {0, 1, 2}}, &offsets, fixed);
+    ceres::GradientChecker checker(&cost, no_manifolds, ceres::NumericDiffOptions());
+    // No ProbeResults: its Eigen members are allocated inside libceres, whose
+    // alignment settings need not be ours.
+    EXPECT_TRUE(checker.Probe(blocks, 1e-6, nullptr)) << (fixed ? "lens held" : "lens free");
+  }
 }
 
 }  // namespace

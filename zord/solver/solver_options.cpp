@@ -9,6 +9,8 @@ std::string SolverOptions::Check() const {
   if (quality < 0) return "quality must be 0 (every frame) or a positive frame count";
   if (!positive(robust_loss_px)) return "robust_loss_px must be positive";
   if (!positive(outlier_threshold_px)) return "outlier_threshold_px must be positive";
+  if (!positive(final_outlier_threshold_px))
+    return "final_outlier_threshold_px must be positive";
   if (!positive(outlier_sigmas)) return "outlier_sigmas must be positive";
   if (min_camera_frames < 2) return "min_camera_frames must be at least 2";
   if (!(min_image_spread >= 0 && min_image_spread < 0.5))

@@ -27,6 +27,10 @@ struct SolverOptions {
   // (so that a badly known lens does not throw away good data).
   double outlier_threshold_px = 2.0;
   double outlier_sigmas = 5.0;
+  // The same in the final pass, once the lens model explains the data down to
+  // the noise: a blob moved by half a pixel (partly hidden by an edge, merged
+  // with a neighbour) is then as wrong as a misread one.
+  double final_outlier_threshold_px = 0.5;
 
   // Coverage each camera needs, else it is refused by name.
   int min_camera_frames = 10;      // wand frames in which it sees >= 2 LEDs

@@ -180,8 +180,11 @@ class WandCalibration {
 
   // Outlier threshold from the current errors: the fixed one, or more when
   // the errors as a whole are larger (a lens not yet refined).
-  double OutlierThreshold(const std::vector<std::vector<double>>& errors) const {
-    return std::max(options_.outlier_threshold_px, options_.outlier_sigmas * RobustSigma(errors));
+  double OutlierThreshold(const std::vector<std::vector<double>>& errors,
+                          bool final_model = false) const {
+    const double least =
+        final_model ? options_.final_outlier_threshold_px : options_.outlier_threshold_px;
+    return std::max(least, options_.outlier_sigmas * RobustSigma(errors));
   }
 
   // Refuses cameras whose inliers no longer give enough coverage.
@@ -361,10 +364,11 @@ class WandCalibration {
     } else if (!adjusted && !Adjust(4, settings)) {
       return false;
     }
-    // The better model may move the outlier boundary: re-decide and adjust once more.
+    // The final model may move the outlier boundary, and draws it tighter:
+    // re-decide and adjust once more.
     auto errors = SampleErrors(set_, wand_, state_);
     const std::vector<std::vector<bool>> before = state_.inlier;
-    MarkInliers(errors, OutlierThreshold(errors), &state_);
+    MarkInliers(errors, OutlierThreshold(errors, true), &state_);
     if (state_.inlier != before) {
       if (!CheckCoverage(4) || !Adjust(4, settings)) return false;
       parameters_ += lens_parameters;
