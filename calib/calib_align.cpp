@@ -31,7 +31,7 @@ bool CalibSession::alignObjectPresent() const {
 bool CalibSession::setAlignKind(int32_t kind) {
   alignKind = kind;
   ResetFrames();
-  stillness.Reset();
+  restartStillness();
   autoSnapshot = kind == 3;
   if (kind == 2 || kind == 3) alignIndices = {0, 1, 2};
   flipUp_ = false;
@@ -46,11 +46,19 @@ void CalibSession::showAlignObjectOnly(bool on) {
     if (t->isRigid() && t->id != keep && !t->markers.empty()) t->Update(!on);
 }
 
+// The frames already received when the operator is asked for a point show
+// the wand where it rested before.
+void CalibSession::restartStillness() {
+  int32_t newest = -1;
+  if (connected() && zorGetIntegerv(ZOR_FRAME_NUMBER, &newest) != 1) newest = -1;
+  stillness.Reset(newest);
+}
+
 int CalibSession::startAlignment() {
   if (!connected() || capturing || calibrating) return 0;
   if (!aligning) {
     aligning = true;
-    stillness.Reset();
+    restartStillness();
     showAlignObjectOnly(true);
     NoteAlignment(*this);
     return 1;
@@ -139,7 +147,7 @@ bool CalibSession::flipAlignment() {
 
 void CalibSession::clearAlignPoints() {
   alignWandPoints.clear();
-  stillness.Reset();
+  restartStillness();
   if (alignKind == 3) alignIndices = {0, 1, 2};
   NoteAlignment(*this);
 }

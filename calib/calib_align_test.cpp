@@ -137,6 +137,20 @@ TEST_F(CalibAlignTest, StillnessTakesOnePointPerRestingPlace) {
 
   session.rigids = {wand, wand};  // two bodies in view: no decision
   EXPECT_FALSE(session.detectStillness().waiting);
+
+  // Frames received before the operator was asked are passed over (the wand
+  // rested from 6000 to 9000), until the server restarts its numbering.
+  StillnessDetector still;
+  still.Reset(9000);
+  const auto seen = [&](int frame) {
+    wand.frame = frame;
+    return still.Observe(wand, true).capture;
+  };
+  EXPECT_FALSE(seen(6000) || seen(9000) || seen(9001));
+  EXPECT_TRUE(seen(9001 + StillnessDetector::kStillFrames));
+  still.Reset(9000);
+  EXPECT_FALSE(seen(8000) || seen(10) || seen(10 + StillnessDetector::kStillFrames - 1));
+  EXPECT_TRUE(seen(10 + StillnessDetector::kStillFrames));
 }
 
 TEST(JitterTest, RadiusIsTheMeanDistanceOfTheSeenSamplesFromTheirMean) {

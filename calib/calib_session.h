@@ -157,6 +157,9 @@ class CalibSession : public ZOR {
   std::string rawFile;  // the file of the last recording opened
 
  private:
+  // Forgets the resting place, passing over the frames already received.
+  void restartStillness();
+
   ZORMarker lastAligned_[3] = {};  // the points of the last construction
   bool lastFlip_ = false;
   bool haveAligned_ = false;

@@ -4,6 +4,9 @@
 
 StillnessDetector::Step StillnessDetector::Observe(const ZORRigid& rigid, bool automatic) {
   Step step;
+  if (rigid.frame < lastSeen_) skipThrough_ = -1;  // the server restarted its numbering
+  lastSeen_ = rigid.frame;
+  if (rigid.frame <= skipThrough_) return step;
   if (referenceFrame == -1) {
     reference = rigid;
     referenceFrame = rigid.frame;
@@ -27,7 +30,9 @@ StillnessDetector::Step StillnessDetector::Observe(const ZORRigid& rigid, bool a
   return step;
 }
 
-void StillnessDetector::Reset() {
+void StillnessDetector::Reset(int32_t madeBefore) {
+  skipThrough_ = madeBefore;
+  lastSeen_ = -1;
   referenceFrame = -1;
   capturedHere = false;
   requested = false;

@@ -24,11 +24,18 @@ class StillnessDetector {
   // One frame's look at `rigid` (valid, the only one in view). `automatic`:
   // take points without being asked.
   Step Observe(const ZORRigid& rigid, bool automatic);
-  // Forgets the reference place (a new alignment or a new kind).
-  void Reset();
+  // Forgets the reference place (a new alignment or a new kind). Frames
+  // numbered up to `madeBefore` (the newest received when the operator was
+  // asked for a point) are passed over: a client running behind would
+  // otherwise take the place where the object rested before anyone moved it.
+  void Reset(int32_t madeBefore = -1);
 
   bool requested = false;     // a snapshot asked for by hand, taken at the next rest
   bool capturedHere = false;  // a point was taken at the current resting place
   int32_t referenceFrame = -1;
   ZORRigid reference{};
+
+ private:
+  int32_t skipThrough_ = -1;
+  int32_t lastSeen_ = -1;
 };
