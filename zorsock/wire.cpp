@@ -42,6 +42,7 @@ class Writer {
     (Field(fields), ...);
   }
   void Magic(uint32_t magic) { Put(magic); }
+  void Stamp(uint32_t magic) { Put(magic), Put(kVersion); }  // a datagram's start
   Bytes Finish() {
     const auto length = static_cast<uint32_t>(bytes_.size() - 4);
     std::memcpy(bytes_.data(), &length, 4);
@@ -104,6 +105,7 @@ class Reader {
   void Magic(uint32_t magic) {
     if (Get<uint32_t>() != magic) ok_ = false;
   }
+  void Stamp(uint32_t magic) { Magic(magic), Get<uint16_t>(); }  // any version may ask or answer
   // True when every read stayed inside and nothing is left over.
   bool Done() const { return ok_ && at_ == n_; }
   bool ok() const { return ok_; }
@@ -344,6 +346,15 @@ Bytes EncodeRawEnd() { return Writer(Type::kRawEnd).Finish(); }
 // Datagrams carry no length header of their own: the datagram is the message.
 namespace {
 
+constexpr auto kQueryFields = [](auto& io, auto& m) {
+  io.Stamp(kQueryMagic);
+  io(m.identity);
+};
+constexpr auto kAnswerFields = [](auto& io, auto& m) {
+  io.Stamp(kAnswerMagic);
+  io(m.host, m.port, m.description);
+};
+
 Bytes DropHeader(Bytes bytes) {
   bytes.erase(bytes.begin(), bytes.begin() + kHeaderSize);
   return bytes;
@@ -352,41 +363,21 @@ Bytes DropHeader(Bytes bytes) {
 }  // namespace
 
 Bytes EncodeQuery(const DiscoveryQuery& m) {
-  Writer w(Type::kHello);
-  w.Put(kQueryMagic);
-  w.Put(kVersion);
-  w.PutText(m.identity.substr(0, 256));
-  return DropHeader(w.Finish());
+  const DiscoveryQuery cut{m.identity.substr(0, 256)};
+  return DropHeader(Encode(Type::kHello, cut, kQueryFields));
 }
 
 std::optional<DiscoveryQuery> DecodeQuery(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  if (r.Get<uint32_t>() != kQueryMagic) return std::nullopt;
-  r.Get<uint16_t>();  // version: any version may ask
-  DiscoveryQuery m;
-  m.identity = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<DiscoveryQuery>(p, n, kQueryFields);
 }
 
 Bytes EncodeAnswer(const DiscoveryAnswer& m) {
-  Writer w(Type::kHello);
-  w.Put(kAnswerMagic);
-  w.Put(kVersion);
-  w.PutText(m.host.substr(0, 200));
-  w.Put(m.port);
-  w.PutText(m.description.substr(0, 255));
-  return DropHeader(w.Finish());
+  const DiscoveryAnswer cut{m.host.substr(0, 200), m.port, m.description.substr(0, 255)};
+  return DropHeader(Encode(Type::kHello, cut, kAnswerFields));
 }
 
 std::optional<DiscoveryAnswer> DecodeAnswer(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  if (r.Get<uint32_t>() != kAnswerMagic) return std::nullopt;
-  r.Get<uint16_t>();
-  DiscoveryAnswer m;
-  m.host = r.GetText();
-  m.port = r.Get<uint16_t>();
-  m.description = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<DiscoveryAnswer>(p, n, kAnswerFields);
 }
 
 int FloatCount(int code) { return code == ZOR_GLOBAL_TRANSFORM ? 7 : 1; }
