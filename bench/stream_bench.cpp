@@ -173,7 +173,7 @@ int main(int argc, char** argv) {
 
   int delivered = 0, lost = 0, markers = 0, rigids = 0;
   LatencyHistogram latency_ms;
-  const int32_t first = f.last_frame;
+  const int32_t first = f.lastFrame;
   const std::string server_pid = std::to_string(zord.pid());
   const long client_rss0 = ResidentKiB("self"), server_rss0 = ResidentKiB(server_pid);
   const double cpu0 = CpuSeconds();
@@ -205,12 +205,12 @@ int main(int argc, char** argv) {
     for (int i = 0; i < 48; ++i) {
       int time[2] = {0, 0};
       zorGetIntegerv(ZOR_FRAME_TIME, time);
-      const int32_t previous = f.last_frame;
+      const int32_t previous = f.lastFrame;
       if (f.Fetch() != 1) break;
       const int64_t made = static_cast<int64_t>(static_cast<uint32_t>(time[0])) |
                            (static_cast<int64_t>(static_cast<uint32_t>(time[1])) << 32);
       latency_ms.Add((SteadyMicroseconds() - made) / 1000.0);
-      lost += std::max(0, f.last_frame - previous - 1);
+      lost += std::max(0, f.lastFrame - previous - 1);
       ++delivered;
       markers += static_cast<int>(f.markers.size());
       rigids += static_cast<int>(f.rigids.size());
@@ -225,7 +225,7 @@ int main(int argc, char** argv) {
   const int errors = static_cast<int>(zortest::TakeErrors().size());
   zorDone();
 
-  const int made = f.last_frame - first;
+  const int made = f.lastFrame - first;
   std::printf("scene %s: %d tracked LEDs, %zu rigid bodies, %.0f Hz for %.1f s\n",
               scene_file.c_str(), points, scene.value("bodies", nlohmann::json::array()).size(),
               hz, wall);

@@ -2,50 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
-namespace {
-
-static_assert(sizeof(ZORCamera) * 64 < ZOR::kScratchBytes, "zortk: room for 64 cameras");
-
-// Reads one record kind into `scratch`, then into `out`: a failure empties
-// `out`, nothing received leaves it as it is. Returns the library's count.
-template <typename Record>
-int FetchKind(std::vector<unsigned char>& scratch, int (*get)(Record*, int),
-              std::vector<Record>& out) {
-  const int capacity = ZOR::kScratchBytes / static_cast<int>(sizeof(Record));
-  int n = get(reinterpret_cast<Record*>(scratch.data()), capacity);
-  if (n < 0) {
-    out.clear();
-  } else if (n > 0) {
-    n = std::min(n, capacity);
-    out.resize(n);
-    std::memcpy(out.data(), scratch.data(), n * sizeof(Record));
-  }
-  return n;
-}
-
-// Fetches one kind for the frame being assembled. Records of a later frame
-// than the pending one are dropped; only that they came is remembered in
-// `next`, which becomes the pending frame once this one is delivered.
-template <typename Record>
-void GatherKind(uint32_t bit, int (*get)(Record*, int), std::vector<Record> ZORFrame::*kind,
-                std::vector<unsigned char>& scratch, ZORFrame& pending, ZORFrame& next) {
-  std::vector<Record> got;
-  if (FetchKind(scratch, get, got) <= 0) return;
-  const int32_t frame = got.front().frame;
-  if (pending.Accept(frame, bit)) {
-    pending.*kind = std::move(got);
-  } else {
-    next.Accept(frame, bit);
-  }
-}
-
-}  // namespace
-
-ZOR::ZOR(int markerCapacity, float initialScale)
-    : scale(initialScale), pending(std::make_unique<ZORFrame>()), scratch(kScratchBytes) {
+ZOR::ZOR(int markerCapacity, float initialScale) : scale(initialScale) {
   markers.reserve(std::max(markerCapacity, 0));
 }
 
@@ -60,7 +19,7 @@ void ZOR::ResetFrames() {
   images.clear();
   detectors.clear();
   cameras.clear();
-  pending->Clear();
+  assembler.Clear();
 }
 
 int32_t ZOR::Init(const ConnectionSettings& settings, bool startStreaming, bool setFrequency) {
@@ -154,62 +113,11 @@ int32_t ZOR::Poll() {
   return -1;
 }
 
-int ZOR::FetchCameras() { return FetchKind(scratch, zorGetCameras, cameras); }
-
 int32_t ZOR::FetchFrame() {
-  ZORFrame next;
-
-  static constexpr struct {
-    int code;
-    uint32_t bit;
-  } kSent[] = {{ZOR_SEND_MARKERS, kMarkers},
-               {ZOR_SEND_RIGIDS, kRigids},
-               {ZOR_SEND_IMAGES, kImages},
-               {ZOR_SEND_DETECTORS, kDetectors}};
-  uint32_t available = 0;
-  for (const auto& kind : kSent) {
-    int value = 0;
-    if (zorGetIntegerv(kind.code, &value) > 0 && value != 0) available |= kind.bit;
-  }
-
-  int now = -1;
-  zorGetIntegerv(ZOR_FRAME_NUMBER, &now);
-  if (now < lastFrame) {  // the server restarted or rewound its clock
-    std::printf("resetting frame...\n");
-    lastFrame = now;
-    pending->Clear();
-  }
-
-  const uint32_t wanted = available ^ pending->mask;
-  if (wanted & kMarkers) GatherKind(kMarkers, zorGetMarkers, &ZORFrame::markers, scratch, *pending, next);
-  if (wanted & kRigids) GatherKind(kRigids, zorGetRigids, &ZORFrame::rigids, scratch, *pending, next);
-  if (wanted & kImages) GatherKind(kImages, zorGetImages, &ZORFrame::images, scratch, *pending, next);
-  if (wanted & kDetectors)
-    GatherKind(kDetectors, zorGetDetectors, &ZORFrame::detectors, scratch, *pending, next);
-
-  if (pending->frame == -1 && lastFrame < now) {
-    // The server moved on with nothing for us: deliver an empty frame.
-    pending->frame = lastFrame + 1;
-    pending->mask = available;
-  }
-
-  // Nothing assembled (frame -1) is never delivered: with no kinds sent, the
-  // mask test alone would deliver it on every call once caught up.
-  const bool complete = pending->frame != -1 &&
-                        (pending->mask == available ||
-                         (pending->mask != 0 && pending->frame < now));
-  if (!complete) return 0;
-
-  lastFrame = pending->frame;
-  markers = std::move(pending->markers);
-  rigids = std::move(pending->rigids);
-  images = std::move(pending->images);
-  detectors = std::move(pending->detectors);
-  FetchCameras();
-  pending->Clear();
-  pending->mask = next.mask;
-  pending->frame = next.frame;
-  return 1;
+  const int resets = assembler.resets;
+  const bool delivered = assembler.Fetch(*this);
+  if (assembler.resets != resets) std::printf("resetting frame...\n");
+  return delivered ? 1 : 0;
 }
 
 void ZOR::Flush() {
@@ -218,7 +126,7 @@ void ZOR::Flush() {
     std::printf("warning: ZOR::Flush: error during flushing (e=%x)\n", zorGetError());
   for (int i = 0; i < kFlushPolls && Poll() != 0; ++i) {
   }
-  pending->Clear();
+  assembler.Clear();
 }
 
 int32_t ZOR::rpdOpen(ConnectionSettings& request) {

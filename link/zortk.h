@@ -14,7 +14,7 @@
 
 #include "link/connection_settings.h"
 #include "link/tracker.h"
-#include "link/zor_frame.h"
+#include "zorsock/frame_assembler.h"
 #include "zorsock/geometry.h"
 #include "zorsock/zorsock.h"
 
@@ -24,7 +24,6 @@ enum ZORErrorContext { kErrorGeneral = 0, kErrorInitConsole = 256, kErrorInitDia
 
 class ZOR {
  public:
-  static constexpr int kScratchBytes = 16384;
   static constexpr int kPollsPerTick = 48;   // frames the pump takes per timer tick
   static constexpr int kFlushPolls = 480;
 
@@ -104,10 +103,8 @@ class ZOR {
 
  protected:
   void ResetFrames();
-  int FetchCameras();
 
-  std::unique_ptr<ZORFrame> pending;
-  std::vector<unsigned char> scratch;  // every fetch reads into this first
+  ZORFrameAssembler assembler;
 };
 
 template <typename OnFrame>

@@ -354,13 +354,21 @@ int zorMarkerfv(int markerId, int code, const float* values) {
 
 namespace {
 
-// The feedback getters: asks for `code`, decodes the reply with `decode`;
-// false (with the failure recorded) when either fails.
-template <typename Decoded, typename Decode>
-bool AskFeedback(wire::Op op, int code, Decode decode, Decoded* out) {
-  auto reply = Ask(MakeRequest(op, 0, code));
+// The feedback getters: asks for `code` and decodes the reply's floats or
+// ints, whichever `decode` reads, into `out`; false (with the failure
+// recorded) when either fails.
+template <typename Value, typename Decoded>
+bool AskFeedback(int code, bool (*decode)(const std::vector<Value>&, Decoded*), Decoded* out) {
+  constexpr bool kFloats = std::is_same_v<Value, float>;
+  auto reply = Ask(MakeRequest(kFloats ? wire::Op::kGetFloats : wire::Op::kGetInts, 0, code));
   if (!reply) return false;
-  if (!decode(*reply, out)) return Failed(ZOR_PROTOCOL_ERROR, false);
+  bool decoded;
+  if constexpr (kFloats) {
+    decoded = decode(reply->floats, out);
+  } else {
+    decoded = decode(reply->ints, out);
+  }
+  if (!decoded) return Failed(ZOR_PROTOCOL_ERROR, false);
   return true;
 }
 
@@ -379,8 +387,7 @@ extern "C" int zorGetCoverage(ZORCoverageSummary* summary, ZORCoverage* cameras,
   std::lock_guard lock(Lib().mu);
   if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
   wire::CoverageReply coverage;
-  const auto decode = [](const wire::Reply& r, wire::CoverageReply* out) { return wire::DecodeCoverage(r.ints, out); };
-  if (!AskFeedback(wire::Op::kGetInts, ZOR_CALIB_COVERAGE, decode, &coverage)) return -1;
+  if (!AskFeedback(ZOR_CALIB_COVERAGE, wire::DecodeCoverage, &coverage)) return -1;
   *summary = coverage.summary;
   const int n = CopyOut(coverage.cameras, cameras, capacity);
   if (shared_frames && n <= capacity)
@@ -392,30 +399,27 @@ extern "C" int zorGetCalibResult(ZORCalibSummary* summary, ZORCameraResult* came
   std::lock_guard lock(Lib().mu);
   if (!summary || capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
   wire::ResultReply result;
-  const auto decode = [](const wire::Reply& r, wire::ResultReply* out) { return wire::DecodeResult(r.floats, out); };
-  if (!AskFeedback(wire::Op::kGetFloats, ZOR_CALIB_RESULT, decode, &result)) return -1;
+  if (!AskFeedback(ZOR_CALIB_RESULT, wire::DecodeResult, &result)) return -1;
   *summary = result.summary;
   return CopyOut(result.cameras, cameras, capacity);
 }
 
-extern "C" int zorGetCameraWatch(ZORCameraWatch* cameras, int capacity) {
+// The feedback lists: up to `capacity` records to `out`; returns how many
+// there are, -1 when the request failed.
+template <typename Value, typename Record>
+int GetList(int code, bool (*decode)(const std::vector<Value>&, std::vector<Record>*),
+            Record* out, int capacity) {
   std::lock_guard lock(Lib().mu);
-  if (capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
-  std::vector<ZORCameraWatch> watch;
-  const auto decode = [](const wire::Reply& r, std::vector<ZORCameraWatch>* out) {
-    return wire::DecodeWatch(r.floats, out);
-  };
-  if (!AskFeedback(wire::Op::kGetFloats, ZOR_CAMERA_WATCH, decode, &watch)) return -1;
-  return CopyOut(watch, cameras, capacity);
+  if (capacity < 0 || (capacity > 0 && !out)) return Failed(ZOR_INVALID_VALUE, -1);
+  std::vector<Record> list;
+  if (!AskFeedback(code, decode, &list)) return -1;
+  return CopyOut(list, out, capacity);
+}
+
+extern "C" int zorGetCameraWatch(ZORCameraWatch* cameras, int capacity) {
+  return GetList(ZOR_CAMERA_WATCH, wire::DecodeWatch, cameras, capacity);
 }
 
 extern "C" int zorGetCameraModels(ZORCameraModel* cameras, int capacity) {
-  std::lock_guard lock(Lib().mu);
-  if (capacity < 0 || (capacity > 0 && !cameras)) return Failed(ZOR_INVALID_VALUE, -1);
-  std::vector<ZORCameraModel> models;
-  const auto decode = [](const wire::Reply& r, std::vector<ZORCameraModel>* out) {
-    return wire::DecodeModels(r.ints, out);
-  };
-  if (!AskFeedback(wire::Op::kGetInts, ZOR_CAMERA_MODELS, decode, &models)) return -1;
-  return CopyOut(models, cameras, capacity);
+  return GetList(ZOR_CAMERA_MODELS, wire::DecodeModels, cameras, capacity);
 }

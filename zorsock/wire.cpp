@@ -35,6 +35,14 @@ class Writer {
     Put(static_cast<uint32_t>(text.size()));
     bytes_.insert(bytes_.end(), text.begin(), text.end());
   }
+  // Field lists (below) name each field once, in wire order, for both the
+  // Writer and the Reader.
+  template <typename... T>
+  void operator()(const T&... fields) {
+    (Field(fields), ...);
+  }
+  void Magic(uint32_t magic) { Put(magic); }
+  void Stamp(uint32_t magic) { Put(magic), Put(kVersion); }  // a datagram's start
   Bytes Finish() {
     const auto length = static_cast<uint32_t>(bytes_.size() - 4);
     std::memcpy(bytes_.data(), &length, 4);
@@ -42,6 +50,16 @@ class Writer {
   }
 
  private:
+  template <typename T>
+  void Field(const T& value) {
+    Put(value);
+  }
+  template <typename T>
+  void Field(const std::vector<T>& values) {
+    PutArray(values);
+  }
+  void Field(const std::string& text) { PutText(text); }
+
   Bytes bytes_;
 };
 
@@ -80,11 +98,28 @@ class Reader {
     at_ += size;
     return text;
   }
+  template <typename... T>
+  void operator()(T&... fields) {
+    (Field(fields), ...);
+  }
+  void Magic(uint32_t magic) {
+    if (Get<uint32_t>() != magic) ok_ = false;
+  }
+  void Stamp(uint32_t magic) { Magic(magic), Get<uint16_t>(); }  // any version may ask or answer
   // True when every read stayed inside and nothing is left over.
   bool Done() const { return ok_ && at_ == n_; }
   bool ok() const { return ok_; }
 
  private:
+  template <typename T>
+  void Field(T& value) {
+    value = Get<T>();
+  }
+  template <typename T>
+  void Field(std::vector<T>& values) {
+    GetArray(values);
+  }
+  void Field(std::string& text) { text = GetText(); }
   bool Have(size_t size) {
     if (!ok_ || size > n_ - at_) ok_ = false;
     return ok_;
@@ -100,6 +135,40 @@ std::optional<T> Checked(const Reader& r, T value) {
   if (!r.Done()) return std::nullopt;
   return value;
 }
+
+// A message whose payload is its field list `fields`, written or read whole.
+template <typename M, typename Fields>
+Bytes Encode(Type type, const M& m, Fields fields) {
+  Writer w(type);
+  fields(w, m);
+  return w.Finish();
+}
+
+template <typename M, typename Fields>
+std::optional<M> Decode(const uint8_t* p, size_t n, Fields fields) {
+  Reader r(p, n);
+  M m;
+  fields(r, m);
+  return Checked(r, std::move(m));
+}
+
+// Enumerations come as read; their decoders check the range afterwards.
+constexpr auto kHelloFields = [](auto& io, auto& m) {
+  io.Magic(kMagic);
+  io(m.version, m.role, m.flags, m.identity);
+};
+constexpr auto kWelcomeFields = [](auto& io, auto& m) { io(m.version, m.session, m.description); };
+constexpr auto kRefuseFields = [](auto& io, auto& m) { io(m.reason, m.message); };
+constexpr auto kRequestFields = [](auto& io, auto& m) {
+  io(m.seq, m.op, m.target, m.code, m.ints, m.floats, m.text);
+};
+constexpr auto kReplyFields = [](auto& io, auto& m) {
+  io(m.seq, m.status, m.ints, m.floats, m.text);
+};
+constexpr auto kCamerasFields = [](auto& io, auto& cameras) { io(cameras); };
+constexpr auto kRawFrameFields = [](auto& io, auto& m) {
+  io(m.number, m.time_us, m.flags, m.images);
+};
 
 bool KnownType(uint16_t type) {
   return type >= static_cast<uint16_t>(Type::kHello) &&
@@ -129,107 +198,38 @@ std::optional<Header> DecodeHeader(const uint8_t* six_bytes, std::string* why) {
   return h;
 }
 
-Bytes EncodeHello(const Hello& m) {
-  Writer w(Type::kHello);
-  w.Put(kMagic);
-  w.Put(m.version);
-  w.Put(static_cast<uint16_t>(m.role));
-  w.Put(m.flags);
-  w.PutText(m.identity);
-  return w.Finish();
-}
+Bytes EncodeHello(const Hello& m) { return Encode(Type::kHello, m, kHelloFields); }
 
 std::optional<Hello> DecodeHello(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  if (r.Get<uint32_t>() != kMagic) return std::nullopt;
-  Hello m;
-  m.version = r.Get<uint16_t>();
-  const auto role = r.Get<uint16_t>();
-  if (role > static_cast<uint16_t>(Role::kRaw)) return std::nullopt;
-  m.role = static_cast<Role>(role);
-  m.flags = r.Get<uint32_t>();
-  m.identity = r.GetText();
-  return Checked(r, std::move(m));
+  auto m = Decode<Hello>(p, n, kHelloFields);
+  if (m && m->role > Role::kRaw) return std::nullopt;
+  return m;
 }
 
-Bytes EncodeWelcome(const Welcome& m) {
-  Writer w(Type::kWelcome);
-  w.Put(m.version);
-  w.Put(m.session);
-  w.PutText(m.description);
-  return w.Finish();
-}
+Bytes EncodeWelcome(const Welcome& m) { return Encode(Type::kWelcome, m, kWelcomeFields); }
 
 std::optional<Welcome> DecodeWelcome(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  Welcome m;
-  m.version = r.Get<uint16_t>();
-  m.session = r.Get<int32_t>();
-  m.description = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<Welcome>(p, n, kWelcomeFields);
 }
 
-Bytes EncodeRefuse(const Refuse& m) {
-  Writer w(Type::kRefuse);
-  w.Put(m.reason);
-  w.PutText(m.message);
-  return w.Finish();
-}
+Bytes EncodeRefuse(const Refuse& m) { return Encode(Type::kRefuse, m, kRefuseFields); }
 
 std::optional<Refuse> DecodeRefuse(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  Refuse m;
-  m.reason = r.Get<int32_t>();
-  m.message = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<Refuse>(p, n, kRefuseFields);
 }
 
-Bytes EncodeRequest(const Request& m) {
-  Writer w(Type::kRequest);
-  w.Put(m.seq);
-  w.Put(static_cast<uint16_t>(m.op));
-  w.Put(m.target);
-  w.Put(m.code);
-  w.PutArray(m.ints);
-  w.PutArray(m.floats);
-  w.PutText(m.text);
-  return w.Finish();
-}
+Bytes EncodeRequest(const Request& m) { return Encode(Type::kRequest, m, kRequestFields); }
 
 std::optional<Request> DecodeRequest(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  Request m;
-  m.seq = r.Get<uint32_t>();
-  const auto op = r.Get<uint16_t>();
-  if (!KnownOp(op)) return std::nullopt;
-  m.op = static_cast<Op>(op);
-  m.target = r.Get<int32_t>();
-  m.code = r.Get<int32_t>();
-  r.GetArray(m.ints);
-  r.GetArray(m.floats);
-  m.text = r.GetText();
-  return Checked(r, std::move(m));
+  auto m = Decode<Request>(p, n, kRequestFields);
+  if (m && !KnownOp(static_cast<uint16_t>(m->op))) return std::nullopt;
+  return m;
 }
 
-Bytes EncodeReply(const Reply& m) {
-  Writer w(Type::kReply);
-  w.Put(m.seq);
-  w.Put(m.status);
-  w.PutArray(m.ints);
-  w.PutArray(m.floats);
-  w.PutText(m.text);
-  return w.Finish();
-}
+Bytes EncodeReply(const Reply& m) { return Encode(Type::kReply, m, kReplyFields); }
 
 std::optional<Reply> DecodeReply(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  Reply m;
-  m.seq = r.Get<uint32_t>();
-  m.status = r.Get<int32_t>();
-  r.GetArray(m.ints);
-  r.GetArray(m.floats);
-  m.text = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<Reply>(p, n, kReplyFields);
 }
 
 Bytes EncodeFrame(const Frame& m) {
@@ -277,16 +277,11 @@ std::optional<Frame> DecodeFrame(const uint8_t* p, size_t n) {
 }
 
 Bytes EncodeCameras(const std::vector<ZORCamera>& cameras) {
-  Writer w(Type::kCameras);
-  w.PutArray(cameras);
-  return w.Finish();
+  return Encode(Type::kCameras, cameras, kCamerasFields);
 }
 
 std::optional<std::vector<ZORCamera>> DecodeCameras(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  std::vector<ZORCamera> cameras;
-  r.GetArray(cameras);
-  return Checked(r, std::move(cameras));
+  return Decode<std::vector<ZORCamera>>(p, n, kCamerasFields);
 }
 
 Bytes EncodeFinished() { return Writer(Type::kFinished).Finish(); }
@@ -332,26 +327,12 @@ std::optional<RawHeader> DecodeRawHeader(const uint8_t* p, size_t n) {
   return Checked(r, std::move(m));
 }
 
-Bytes EncodeRawFrame(const RawFrame& m) {
-  Writer w(Type::kRawFrame);
-  w.Put(m.number);
-  w.Put(m.time_us);
-  w.Put(m.flags);
-  w.PutArray(m.images);
-  return w.Finish();
-}
+Bytes EncodeRawFrame(const RawFrame& m) { return Encode(Type::kRawFrame, m, kRawFrameFields); }
 
 std::optional<RawFrame> DecodeRawFrame(const uint8_t* p, size_t n, size_t cameras) {
-  Reader r(p, n);
-  RawFrame m;
-  m.number = r.Get<int32_t>();
-  m.time_us = r.Get<int64_t>();
-  m.flags = r.Get<uint32_t>();
-  const auto count = r.Get<uint32_t>();
-  if (count > kMaxRawImages) return std::nullopt;
-  r.GetRecords(m.images, count);
-  if (!r.Done()) return std::nullopt;
-  for (const ZORImage& image : m.images) {
+  auto m = Decode<RawFrame>(p, n, kRawFrameFields);
+  if (!m || m->images.size() > kMaxRawImages) return std::nullopt;
+  for (const ZORImage& image : m->images) {
     if (image.camera < 0 || static_cast<size_t>(image.camera) >= cameras || image.led < 0 ||
         !std::isfinite(image.u) || !std::isfinite(image.v) || !std::isfinite(image.size) ||
         !std::isfinite(image.intensity))
@@ -365,6 +346,15 @@ Bytes EncodeRawEnd() { return Writer(Type::kRawEnd).Finish(); }
 // Datagrams carry no length header of their own: the datagram is the message.
 namespace {
 
+constexpr auto kQueryFields = [](auto& io, auto& m) {
+  io.Stamp(kQueryMagic);
+  io(m.identity);
+};
+constexpr auto kAnswerFields = [](auto& io, auto& m) {
+  io.Stamp(kAnswerMagic);
+  io(m.host, m.port, m.description);
+};
+
 Bytes DropHeader(Bytes bytes) {
   bytes.erase(bytes.begin(), bytes.begin() + kHeaderSize);
   return bytes;
@@ -373,41 +363,21 @@ Bytes DropHeader(Bytes bytes) {
 }  // namespace
 
 Bytes EncodeQuery(const DiscoveryQuery& m) {
-  Writer w(Type::kHello);
-  w.Put(kQueryMagic);
-  w.Put(kVersion);
-  w.PutText(m.identity.substr(0, 256));
-  return DropHeader(w.Finish());
+  const DiscoveryQuery cut{m.identity.substr(0, 256)};
+  return DropHeader(Encode(Type::kHello, cut, kQueryFields));
 }
 
 std::optional<DiscoveryQuery> DecodeQuery(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  if (r.Get<uint32_t>() != kQueryMagic) return std::nullopt;
-  r.Get<uint16_t>();  // version: any version may ask
-  DiscoveryQuery m;
-  m.identity = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<DiscoveryQuery>(p, n, kQueryFields);
 }
 
 Bytes EncodeAnswer(const DiscoveryAnswer& m) {
-  Writer w(Type::kHello);
-  w.Put(kAnswerMagic);
-  w.Put(kVersion);
-  w.PutText(m.host.substr(0, 200));
-  w.Put(m.port);
-  w.PutText(m.description.substr(0, 255));
-  return DropHeader(w.Finish());
+  const DiscoveryAnswer cut{m.host.substr(0, 200), m.port, m.description.substr(0, 255)};
+  return DropHeader(Encode(Type::kHello, cut, kAnswerFields));
 }
 
 std::optional<DiscoveryAnswer> DecodeAnswer(const uint8_t* p, size_t n) {
-  Reader r(p, n);
-  if (r.Get<uint32_t>() != kAnswerMagic) return std::nullopt;
-  r.Get<uint16_t>();
-  DiscoveryAnswer m;
-  m.host = r.GetText();
-  m.port = r.Get<uint16_t>();
-  m.description = r.GetText();
-  return Checked(r, std::move(m));
+  return Decode<DiscoveryAnswer>(p, n, kAnswerFields);
 }
 
 int FloatCount(int code) { return code == ZOR_GLOBAL_TRANSFORM ? 7 : 1; }

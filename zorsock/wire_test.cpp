@@ -67,6 +67,21 @@ TEST(Wire, RequestAndReplyRoundTrip) {
   EXPECT_EQ(reply_back->ints, reply.ints);
 }
 
+// Round trips cannot see two fields swapped on both sides; recordings and
+// other peers would.
+TEST(Wire, FieldsLieInTheDocumentedOrder) {
+  const auto hex = [](const Bytes& bytes) {
+    std::string out;
+    for (uint8_t b : bytes) out += "0123456789abcdef"[b >> 4], out += "0123456789abcdef"[b & 15];
+    return out;
+  };
+  EXPECT_EQ(hex(EncodeHello({1, Role::kControl, 5, "ab"})),
+            "14000000" "0100" "5a4f5a31" "0100" "0100" "05000000" "020000006162");
+  EXPECT_EQ(hex(EncodeRequest({7, Op::kGetInts, -1, 3, {2}, {}, ""})),
+            "20000000" "0400" "07000000" "0800" "ffffffff" "03000000" "0100000002000000"
+            "00000000" "00000000");
+}
+
 TEST(Wire, FrameRoundTripKeepsEveryRecord) {
   Frame frame;
   frame.number = 12;

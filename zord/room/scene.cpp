@@ -43,6 +43,16 @@ class Node {
     return Node(value_.at(key), Sub(key));
   }
 
+  // Reads the object under `key`, when there is one, with `read`; then it
+  // must hold nothing `read` left unread.
+  template <typename Read>
+  void IfObject(const char* key, Read&& read) {
+    if (!Has(key)) return;
+    Node object = Object(key);
+    read(object);
+    object.Finish();
+  }
+
   double Number(const char* key, double fallback) {
     if (!Has(key)) return fallback;
     used_.insert(key);
@@ -199,15 +209,13 @@ Extrinsics LookAt(const Eigen::Vector3d& position, const Eigen::Vector3d& aim, d
 
 SceneEffects ReadEffects(Node node) {
   SceneEffects e;
-  if (node.Has("occlusion")) {
-    Node o = node.Object("occlusion");
+  node.IfObject("occlusion", [&](Node& o) {
     e.operator_body = o.Bool("operator", e.operator_body);
     e.body_radius_mm = o.PositiveNumber("body_radius", e.body_radius_mm);
     e.body_height_mm = o.PositiveNumber("body_height", e.body_height_mm);
     e.stands = o.Bool("stands", e.stands);
     e.stand_radius_mm = o.PositiveNumber("stand_radius", e.stand_radius_mm);
-    o.Finish();
-  }
+  });
   if (node.Has("mirrors")) {
     const json& list = node.Array("mirrors");
     for (size_t i = 0; i < list.size(); ++i) {
@@ -313,17 +321,13 @@ void ReadCameraRing(Node node, const Intrinsics& lens, const Perturbation& p, Si
 void ReadScene(const json& root, Scene* scene) {
   Node top(root, "");
   scene->name = top.String("name", scene->name);
-  if (top.Has("room")) {
-    Node room = top.Object("room");
+  top.IfObject("room", [&](Node& room) {
     scene->room_size = room.Vector("size", scene->room_size);
-    room.Finish();
-  }
-  if (top.Has("volume")) {
-    Node volume = top.Object("volume");
+  });
+  top.IfObject("volume", [&](Node& volume) {
     scene->volume_centre = volume.Vector("centre", scene->volume_centre);
     scene->volume_size = volume.Vector("size", scene->volume_size);
-    volume.Finish();
-  }
+  });
   for (int i = 0; i < 3; ++i) {
     if (!(scene->room_size[i] > 0)) throw SceneError("room.size: every extent must be above 0");
     if (scene->volume_size[i] < 0) throw SceneError("volume.size: extents must not be negative");
@@ -340,21 +344,17 @@ void ReadScene(const json& root, Scene* scene) {
   Intrinsics lens;
   if (top.Has("lens")) lens = ReadLens(top.Object("lens"), lens);
   Perturbation p;
-  if (top.Has("lens_error")) {
-    Node e = top.Object("lens_error");
+  top.IfObject("lens_error", [&](Node& e) {
     p.focal_px = e.Number("focal_px", p.focal_px);
     p.centre_px = e.Number("centre_px", p.centre_px);
     p.k1 = e.Number("k1", p.k1);
     p.k2 = e.Number("k2", p.k2);
     p.tangential = e.Number("tangential", p.tangential);
-    e.Finish();
-  }
-  if (top.Has("mount_error")) {
-    Node e = top.Object("mount_error");
+  });
+  top.IfObject("mount_error", [&](Node& e) {
     p.position_mm = e.Number("position_mm", p.position_mm);
     p.angle_deg = e.Number("angle_deg", p.angle_deg);
-    e.Finish();
-  }
+  });
   SimRandom rng(static_cast<uint64_t>(top.Integer("perturbation_seed", 7, 0, 1 << 30)));
 
   scene->cameras.clear();
@@ -377,8 +377,7 @@ void ReadScene(const json& root, Scene* scene) {
     throw SceneError("cameras: more than " + std::to_string(kMaxCameras) + " cameras");
   }
 
-  if (top.Has("wand")) {
-    Node wand = top.Object("wand");
+  top.IfObject("wand", [&](Node& wand) {
     scene->wand.leds = ReadLeds(wand.Array("leds"), "wand.leds");
     const std::string motion = wand.String("motion", "wave");
     if (motion != "wave" && motion != "rest") throw SceneError("wand.motion: expected wave or rest");
@@ -387,8 +386,7 @@ void ReadScene(const json& root, Scene* scene) {
     scene->wand.rest_direction = wand.Vector("direction", scene->wand.rest_direction);
     if (scene->wand.rest_direction.norm() < 1e-9) throw SceneError("wand.direction: zero vector");
     scene->wand.rest_direction.normalize();
-    wand.Finish();
-  }
+  });
   scene->bodies.clear();
   if (top.Has("bodies")) {
     const json& list = top.Array("bodies");
@@ -407,14 +405,12 @@ void ReadScene(const json& root, Scene* scene) {
       scene->bodies.push_back(body);
     }
   }
-  if (top.Has("align")) {
-    Node align = top.Object("align");
+  top.IfObject("align", [&](Node& align) {
     scene->align = ReadLeds(align.Array("leds"), "align.leds");
     scene->align_pose.position = align.Vector("position", {0, 0, 0});
     scene->align_pose.rotation = Eigen::Quaterniond(
         Eigen::AngleAxisd(align.Number("yaw_deg", 0) * kPi / 180, Eigen::Vector3d::UnitY()));
-    align.Finish();
-  }
+  });
   scene->loose.clear();
   if (top.Has("loose")) scene->loose = ReadLeds(top.Array("loose"), "loose");
   if (top.Has("loose_fill")) {

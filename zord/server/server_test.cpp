@@ -57,8 +57,8 @@ TEST_F(ServerTest, ConnectsAndStreamsInOrderOnceAsked) {
     ++delivered;
     ASSERT_EQ(f.markers.size(), 3u);
     ASSERT_EQ(f.rigids.size(), 1u);
-    EXPECT_EQ(f.markers[0].frame, f.last_frame);
-    EXPECT_EQ(f.rigids[0].frame, f.last_frame);
+    EXPECT_EQ(f.markers[0].frame, f.lastFrame);
+    EXPECT_EQ(f.rigids[0].frame, f.lastFrame);
     EXPECT_TRUE(f.images.empty());  // not asked for
   }));
   int dropped = -1;
@@ -86,7 +86,7 @@ TEST_F(ServerTest, StreamSwitchesChooseTheKinds) {
       EXPECT_TRUE(f.markers.empty());
       saw_images = saw_images || !f.images.empty();
     }
-    return saw_images && f.last_frame > 20;
+    return saw_images && f.lastFrame > 20;
   }));
 }
 
@@ -212,8 +212,8 @@ TEST_F(ServerTest, LibraryQueueDropsOldestWhenNotPolled) {
   FrameFetcher f;
   int32_t previous = 0;
   for (int i = 0; i < 8 && f.Fetch() == 1; ++i) {
-    EXPECT_GT(f.last_frame, previous);
-    previous = f.last_frame;
+    EXPECT_GT(f.lastFrame, previous);
+    previous = f.lastFrame;
   }
 }
 

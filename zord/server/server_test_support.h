@@ -1,7 +1,5 @@
-// Test support for the server tests: a copy of the desktop client's frame
-// assembly (it asks the library which kinds the current frame has, gathers
-// them into a pending frame and delivers it when complete), so the tests see
-// frames exactly as the client does.
+// Test support for the server tests: frames fetched as the desktop client
+// fetches them, a running zord, and waiting for a condition.
 #pragma once
 
 #include <chrono>
@@ -13,35 +11,17 @@
 #include <vector>
 
 #include "testing/zord_process.h"
+#include "zorsock/frame_assembler.h"
 #include "zorsock/zorsock.h"
 
 #include <gtest/gtest.h>
 
 namespace zortest {
 
-class FrameFetcher {
- public:
-  enum : uint32_t { kMarkers = 1, kRigids = 2, kImages = 4, kDetectors = 8 };
-
-  struct Pending {
-    uint32_t mask = 0;
-    int32_t frame = -1;
-    std::vector<ZORMarker> markers;
-    std::vector<ZORRigid> rigids;
-    std::vector<ZORImage> images;
-    std::vector<ZORDetector> detectors;
-    void Clear() { *this = Pending(); }
-    bool Accept(int32_t number, uint32_t bit) {
-      if (frame != -1 && frame != number) return false;
-      frame = number;
-      mask |= bit;
-      return true;
-    }
-  };
-
+// Frames as the desktop client sees them, through the same assembler.
+struct FrameFetcher {
   // What was delivered last.
-  int32_t last_frame = 0;
-  int resets = 0;  // times the server's numbering fell below the last frame
+  int32_t lastFrame = 0;
   std::vector<ZORMarker> markers;
   std::vector<ZORRigid> rigids;
   std::vector<ZORImage> images;
@@ -49,70 +29,9 @@ class FrameFetcher {
   std::vector<ZORCamera> cameras;
 
   // 1 when a frame was delivered, 0 when none is complete yet.
-  int Fetch() {
-    Pending next;
-    static constexpr struct {
-      int code;
-      uint32_t bit;
-    } kSent[] = {{ZOR_SEND_MARKERS, kMarkers},
-                 {ZOR_SEND_RIGIDS, kRigids},
-                 {ZOR_SEND_IMAGES, kImages},
-                 {ZOR_SEND_DETECTORS, kDetectors}};
-    uint32_t available = 0;
-    for (const auto& kind : kSent) {
-      int value = 0;
-      if (zorGetIntegerv(kind.code, &value) > 0 && value != 0) available |= kind.bit;
-    }
-    int now = -1;
-    zorGetIntegerv(ZOR_FRAME_NUMBER, &now);
-    if (now < last_frame) {
-      ++resets;
-      last_frame = now;
-      pending_.Clear();
-    }
-    const uint32_t wanted = available ^ pending_.mask;
-    if (wanted & kMarkers) Gather(kMarkers, zorGetMarkers, &Pending::markers, next);
-    if (wanted & kRigids) Gather(kRigids, zorGetRigids, &Pending::rigids, next);
-    if (wanted & kImages) Gather(kImages, zorGetImages, &Pending::images, next);
-    if (wanted & kDetectors) Gather(kDetectors, zorGetDetectors, &Pending::detectors, next);
+  int Fetch() { return assembler.Fetch(*this) ? 1 : 0; }
 
-    if (pending_.frame == -1 && last_frame < now) {  // the server moved on with nothing for us
-      pending_.frame = last_frame + 1;
-      pending_.mask = available;
-    }
-    const bool complete = pending_.frame != -1 &&
-                          (pending_.mask == available || (pending_.mask != 0 && pending_.frame < now));
-    if (!complete) return 0;
-    last_frame = pending_.frame;
-    markers = std::move(pending_.markers);
-    rigids = std::move(pending_.rigids);
-    images = std::move(pending_.images);
-    detectors = std::move(pending_.detectors);
-    cameras.resize(64);
-    const int n = zorGetCameras(cameras.data(), 64);
-    cameras.resize(n > 0 ? n : 0);
-    pending_.Clear();
-    pending_.mask = next.mask;
-    pending_.frame = next.frame;
-    return 1;
-  }
-
- private:
-  template <typename Record>
-  void Gather(uint32_t bit, int (*get)(Record*, int), std::vector<Record> Pending::*array,
-              Pending& next) {
-    std::vector<Record> got(16384 / sizeof(Record));
-    const int n = get(got.data(), static_cast<int>(got.size()));
-    if (n <= 0) return;
-    got.resize(n);
-    if (pending_.Accept(got[0].frame, bit)) {
-      pending_.*array = std::move(got);
-    } else {
-      next.Accept(got[0].frame, bit);
-    }
-  }
-
-  Pending pending_;
+  ZORFrameAssembler assembler;
 };
 
 // Polls `condition` until it holds or `seconds` pass.
@@ -132,10 +51,10 @@ inline bool FetchInOrder(FrameFetcher& f, const std::function<bool()>& enough,
                          const std::function<void()>& each = {}, double seconds = 10) {
   return WaitFor([&] {
     while (true) {
-      const int32_t previous = f.last_frame;
+      const int32_t previous = f.lastFrame;
       if (f.Fetch() != 1) break;
       if (previous != 0) {
-        EXPECT_EQ(f.last_frame, previous + 1);
+        EXPECT_EQ(f.lastFrame, previous + 1);
       }
       if (each) each();
     }
