@@ -299,6 +299,37 @@ TEST_F(ViewHarness, WeakCameraPairIsLinkedInRed) {
   EXPECT_EQ(redPixels(), 0);
 }
 
+// A moved camera's label sits beside its ring on the side with room: near
+// the right edge of the view it goes to the left of the ring, near the left
+// edge to the right, so that it is never cut off.
+TEST_F(ViewHarness, MovedCameraLabelStaysInsideTheView) {
+  session_.markers.clear();
+  view_->draw.cameraAxes = false;
+  view_->calibration.moved = {{0, 1, 2.0f, 0.2f}};
+  const float s = view_->PositionScale(), marker = 120 * view_->viewScale();
+  const auto at = [&](float xMm) { return ToScreen(Vec3(xMm * s, 1000 * s, 0)); };
+  const float mmPerPixel = 1000.0f / float(at(1000).x() - at(0).x());
+  for (const bool nearRight : {true, false}) {
+    const float x = float((nearRight ? view_->width() - 30 : 30) - at(0).x()) * mmPerPixel;
+    session_.cameras = {{0, {x, 1000, 0, 1, 0, 0, 0}, 0.3f, 0}};
+    Repaint();
+    const QImage shot = view_->grabFramebuffer();
+    const QPoint centre = at(x);
+    const int ring = ToScreen(Vec3(x * s + marker, 1000 * s, 0)).x() - centre.x() + 2;
+    // Orange pixels beyond the ring on its left and on its right.
+    int left = 0, right = 0;
+    for (int y = std::max(0, centre.y() - 3 * ring); y < std::min(shot.height(), centre.y() + 3 * ring); ++y)
+      for (int px = 0; px < shot.width(); ++px) {
+        const QColor c = shot.pixelColor(px, y);
+        if (c.red() < 200 || c.green() < 80 || c.green() > 150 || c.blue() > 40) continue;
+        left += px < centre.x() - ring;
+        right += px > centre.x() + ring;
+      }
+    EXPECT_GT(nearRight ? left : right, 40) << nearRight;
+    EXPECT_EQ(nearRight ? right : left, 0) << nearRight;
+  }
+}
+
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
   SyntheticScene scene;
   scene.markers = 0;
