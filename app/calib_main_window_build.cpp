@@ -7,6 +7,7 @@
 #include <QStatusBar>
 #include <QToolBar>
 #include <QToolButton>
+#include <algorithm>
 
 #include "app/calib_main_window.h"
 #include "calib/calibration_feedback.h"
@@ -193,6 +194,28 @@ void CalibMainWindow::createStatusDock() {
 }
 
 QDockWidget* CalibMainWindow::statusDock() const { return statusPanel_; }
+
+// The settings get what their controls need, the status most of the rest so
+// that the run's figures under the pass lines show without scrolling, the
+// calibration feedback (mostly a line or two) what remains. Only while the
+// three stand one above the other on the right, as the window opens them.
+void CalibMainWindow::shareRightDocks() {
+  auto* feedback = findChild<CalibrationFeedbackDock*>();
+  const QList<QDockWidget*> docks = {settingsDock(), statusDock(), feedback};
+  for (QDockWidget* dock : docks) {
+    if (!dock || dock->isHidden() || dock->isFloating() || dockWidgetArea(dock) != Qt::RightDockWidgetArea)
+      return;
+  }
+  docksShared_ = true;
+  const int settings = settingsDock()->sizeHint().height();
+  const int rest = std::max(0, centralWidget()->height() - settings);  // the side is as tall as the view
+  resizeDocks(docks, {settings, rest * 3 / 4, rest / 4}, Qt::Vertical);
+}
+
+void CalibMainWindow::showEvent(QShowEvent* event) {
+  ZorViewWindow::showEvent(event);
+  if (!docksShared_) shareRightDocks();
+}
 
 void CalibMainWindow::createAccelerators() {
   const auto key = [this](const QKeySequence& sequence, auto slot) {

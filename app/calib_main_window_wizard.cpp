@@ -123,6 +123,7 @@ void CalibMainWindow::closeWizard() {
   for (const QPointer<QWidget>& part : hiddenByWizard_)
     if (part && !(part == menuBar() && fullScreen_ == 1)) part->show();
   hiddenByWizard_.clear();
+  if (!docksShared_) shareRightDocks();  // a start in the wizard never showed them
   menuBarWanted_ = true;
   updateControls();
 }
