@@ -195,10 +195,11 @@ void CalibMainWindow::createStatusDock() {
 
 QDockWidget* CalibMainWindow::statusDock() const { return statusPanel_; }
 
-// The settings get what their controls need, the status most of the rest so
-// that the run's figures under the pass lines show without scrolling, the
-// calibration feedback (mostly a line or two) what remains. Only while the
-// three stand one above the other on the right, as the window opens them.
+// The settings get what their controls need, the status two thirds of the
+// rest so that the run's figures under the pass lines show without
+// scrolling, the calibration feedback (a capture's coverage table) a third.
+// Only while the three stand one above the other on the right, as the window
+// opens them.
 void CalibMainWindow::shareRightDocks() {
   auto* feedback = findChild<CalibrationFeedbackDock*>();
   const QList<QDockWidget*> docks = {settingsDock(), statusDock(), feedback};
@@ -209,7 +210,7 @@ void CalibMainWindow::shareRightDocks() {
   docksShared_ = true;
   const int settings = settingsDock()->sizeHint().height();
   const int rest = std::max(0, centralWidget()->height() - settings);  // the side is as tall as the view
-  resizeDocks(docks, {settings, rest * 3 / 4, rest / 4}, Qt::Vertical);
+  resizeDocks(docks, {settings, rest * 2 / 3, rest / 3}, Qt::Vertical);
 }
 
 void CalibMainWindow::showEvent(QShowEvent* event) {
