@@ -204,12 +204,14 @@ void CalibMainWindow::shareRightDocks() {
   auto* feedback = findChild<CalibrationFeedbackDock*>();
   const QList<QDockWidget*> docks = {settingsDock(), statusDock(), feedback};
   for (QDockWidget* dock : docks) {
-    if (!dock || dock->isHidden() || dock->isFloating() || dockWidgetArea(dock) != Qt::RightDockWidgetArea)
+    if (!dock || dock->isHidden() || dock->isFloating() ||
+        dockWidgetArea(dock) != Qt::RightDockWidgetArea)
       return;
   }
   docksShared_ = true;
   const int settings = settingsDock()->sizeHint().height();
-  const int rest = std::max(0, centralWidget()->height() - settings);  // the side is as tall as the view
+  // The side is as tall as the view.
+  const int rest = std::max(0, centralWidget()->height() - settings);
   resizeDocks(docks, {settings, rest * 2 / 3, rest / 3}, Qt::Vertical);
 }
 

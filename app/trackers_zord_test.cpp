@@ -122,8 +122,10 @@ TEST_F(TrackersZordTest, AllMarkersTrackerStreamsTrimsAndSaves) {
   ASSERT_TRUE(RunUntil([&] { return Marker(10) && Marker(10)->cond > 0; }, 10000));
   for (const ZORMarker& m : session().markers) EXPECT_EQ(m.id >> 12, 0);
   GridView* grid = bar_->markerViews()->find(0)->grid();
-  EXPECT_TRUE(RunUntil([&] { return grid->states().size() == 32u && (grid->states()[10] & GridView::kSeen); },
-                       10000));
+  const auto seen = [&] {
+    return grid->states().size() == 32u && (grid->states()[10] & GridView::kSeen);
+  };
+  EXPECT_TRUE(RunUntil(seen, 10000));
   ASSERT_EQ(grid->states().size(), 32u);
   EXPECT_FALSE(grid->states()[25] & (GridView::kSeen | GridView::kSeenBefore));
   EXPECT_NE(bar_->seenLabel()->text(), "0 / 0");
@@ -333,8 +335,9 @@ TEST_F(TrackersZordTest, CapturedRigidBodyFollowsTheTruthSavesAndTurnsWithTheRin
   EXPECT_GT((Eigen::Vector3f(before.data()) - Eigen::Vector3f(after.data())).norm(), 10);
   const auto reported = [&] {
     const ZORRigid* r = Rigid(id);
-    return r ? Eigen::Quaterniond(r->pose[3], r->pose[4], r->pose[5], r->pose[6]).angularDistance(turned) * 180 / M_PI
-             : 180.0;
+    if (!r) return 180.0;
+    const Eigen::Quaterniond pose(r->pose[3], r->pose[4], r->pose[5], r->pose[6]);
+    return pose.angularDistance(turned) * 180 / M_PI;
   };
   EXPECT_TRUE(RunUntil([&] { return reported() < 0.3; }, 10000)) << reported();
 }

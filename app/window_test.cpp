@@ -218,8 +218,10 @@ TEST_F(WindowTest, StartModes) {
   EXPECT_FALSE(guided->menuBar()->isHidden() || guided->calibrationBar()->isHidden());
   EXPECT_FALSE(guided->statusDock()->isHidden() || guided->settingsDock()->isHidden());
   const QDockWidget* feedback = guided->findChild<CalibrationFeedbackDock*>();
-  EXPECT_TRUE(zortest::RunUntil(
-      [&] { return feedback->height() > 50 && guided->statusDock()->height() > feedback->height(); }, 5000))
+  const auto shared = [&] {
+    return feedback->height() > 50 && guided->statusDock()->height() > feedback->height();
+  };
+  EXPECT_TRUE(zortest::RunUntil(shared, 5000))
       << guided->statusDock()->height() << " " << feedback->height();
 }
 

@@ -28,17 +28,6 @@ struct CalibrationOverlay {
 
 namespace overlay {
 
-// Where a label `width` x `height` pixels starts (its lower left corner) when
-// it is put beside a round mark of radius `radius` at (x, y) in a view
-// `viewWidth` x `viewHeight`, all in window pixels with y up: right of the
-// mark and below its middle, on the left where the right has no room, and
-// always inside the view.
-struct LabelSpot {
-  float x, y;
-};
-LabelSpot PlaceLabel(float x, float y, float radius, float width, float height, float viewWidth,
-                     float viewHeight);
-
 // Over one camera's picture at (sx, sy), sw x sh, y up, in window pixels.
 void DrawCell2d(const CalibrationOverlay& o, int32_t camera, float sx, float sy, float sw, float sh);
 // In the 3D scene: pair links and moved cameras at the cameras' positions

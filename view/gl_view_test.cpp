@@ -318,7 +318,8 @@ TEST_F(ViewHarness, MovedCameraLabelStaysInsideTheView) {
     const int ring = ToScreen(Vec3(x * s + marker, 1000 * s, 0)).x() - centre.x() + 2;
     // Orange pixels beyond the ring on its left and on its right.
     int left = 0, right = 0;
-    for (int y = std::max(0, centre.y() - 3 * ring); y < std::min(shot.height(), centre.y() + 3 * ring); ++y)
+    for (int y = std::max(0, centre.y() - 3 * ring);
+         y < std::min(shot.height(), centre.y() + 3 * ring); ++y)
       for (int px = 0; px < shot.width(); ++px) {
         const QColor c = shot.pixelColor(px, y);
         if (c.red() < 200 || c.green() < 80 || c.green() > 150 || c.blue() > 40) continue;
