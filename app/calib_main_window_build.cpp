@@ -198,9 +198,10 @@ QDockWidget* CalibMainWindow::statusDock() const { return statusPanel_; }
 // The settings get what their controls need, the status two thirds of the
 // rest so that the run's figures under the pass lines show without
 // scrolling, the calibration feedback (a capture's coverage table) a third.
-// Only while the three stand one above the other on the right, as the window
-// opens them.
+// Once, and only while the three stand one above the other on the right, as
+// the window opens them: later the operator's own arrangement stands.
 void CalibMainWindow::shareRightDocks() {
+  docksShared_ = true;
   auto* feedback = findChild<CalibrationFeedbackDock*>();
   const QList<QDockWidget*> docks = {settingsDock(), statusDock(), feedback};
   for (QDockWidget* dock : docks) {
@@ -208,7 +209,6 @@ void CalibMainWindow::shareRightDocks() {
         dockWidgetArea(dock) != Qt::RightDockWidgetArea)
       return;
   }
-  docksShared_ = true;
   const int settings = settingsDock()->sizeHint().height();
   // The side is as tall as the view.
   const int rest = std::max(0, centralWidget()->height() - settings);
@@ -217,7 +217,8 @@ void CalibMainWindow::shareRightDocks() {
 
 void CalibMainWindow::showEvent(QShowEvent* event) {
   ZorViewWindow::showEvent(event);
-  if (!docksShared_) shareRightDocks();
+  // The wizard hides the settings and the status; its close shares them.
+  if (!docksShared_ && !wizardShown()) shareRightDocks();
 }
 
 void CalibMainWindow::createAccelerators() {
