@@ -82,15 +82,18 @@ class ViewHarness : public testing::Test {
     scene.cameras = 4;
     scene.Fill(session_, 1);
   }
-  // Pixels in `area` (all of the view when empty) that `is` takes, after a repaint.
-  int Count(const std::function<bool(QColor)>& is, QRect area = {}) {
+  // Pixels in `area` of the view that `is` takes, after a repaint.
+  int Count(const std::function<bool(QColor)>& is, QRect area) {
     Repaint();
     const QImage shot = view_->grabFramebuffer();
-    area = area.isEmpty() ? shot.rect() : area.intersected(shot.rect());
+    area = area.intersected(shot.rect());
     int n = 0;
     for (int y = area.top(); y <= area.bottom(); ++y)
       for (int x = area.left(); x <= area.right(); ++x) n += is(shot.pixelColor(x, y));
     return n;
+  }
+  int Count(const std::function<bool(QColor)>& is) {
+    return Count(is, QRect(0, 0, view_->pixelWidth(), view_->pixelHeight()));
   }
   // The same in a camera's cell of the 2D view's 2 x 2 grid.
   int CountInCell(int cell, const std::function<bool(QColor)>& is) {
