@@ -116,7 +116,7 @@ TEST_F(AlignmentZordTest, WandMarkersAndFrameAllPlaceTheRoomOnTheAlignmentFrame)
     zortest::Wave(zord->address());
     ASSERT_NO_FATAL_FAILURE(Frames(*window, 200));
   }
-  ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 2000));  // computed
+  ASSERT_TRUE(RunUntil([&] { return calib.alignIndices.empty(); }, 20000));  // computed
   Save(*window);
   ASSERT_NO_FATAL_FAILURE(ExpectRoomOnTheFrame(*window, zord->address(), truth));
   Rest(zord->address(), led.at(kOrigin));

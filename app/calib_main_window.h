@@ -193,6 +193,7 @@ class CalibMainWindow : public ZorViewWindow {
  protected:
   // One frame from the session: the calibration's per-frame work.
   virtual void processFrame();
+  void showEvent(QShowEvent* event) override;
 
  private:
   // Construction steps, in the order the constructor runs them.
@@ -201,6 +202,8 @@ class CalibMainWindow : public ZorViewWindow {
   void addFileEntries();  // after Exit: export (calib_main_window_export.cpp)
   void createToolBars();
   void createStatusDock();
+  // The right-hand docks' heights when the window first shows them.
+  void shareRightDocks();
   void createFeedback();
   void createTrackerBar();
   void createAccelerators();
@@ -312,4 +315,5 @@ class CalibMainWindow : public ZorViewWindow {
   bool aiming_ = false;
   int calibMode_ = 0;  // 0 calibration, 1 alignment
   bool liningUp_ = false;
+  bool docksShared_ = false;  // the right-hand docks have had their opening heights
 };

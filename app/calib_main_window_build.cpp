@@ -7,6 +7,7 @@
 #include <QStatusBar>
 #include <QToolBar>
 #include <QToolButton>
+#include <algorithm>
 
 #include "app/calib_main_window.h"
 #include "calib/calibration_feedback.h"
@@ -193,6 +194,32 @@ void CalibMainWindow::createStatusDock() {
 }
 
 QDockWidget* CalibMainWindow::statusDock() const { return statusPanel_; }
+
+// The settings get what their controls need, the status two thirds of the
+// rest so that the run's figures under the pass lines show without
+// scrolling, the calibration feedback (a capture's coverage table) a third.
+// Once, and only while the three stand one above the other on the right, as
+// the window opens them: later the operator's own arrangement stands.
+void CalibMainWindow::shareRightDocks() {
+  docksShared_ = true;
+  auto* feedback = findChild<CalibrationFeedbackDock*>();
+  const QList<QDockWidget*> docks = {settingsDock(), statusDock(), feedback};
+  for (QDockWidget* dock : docks) {
+    if (!dock || dock->isHidden() || dock->isFloating() ||
+        dockWidgetArea(dock) != Qt::RightDockWidgetArea)
+      return;
+  }
+  const int settings = settingsDock()->sizeHint().height();
+  // The side is as tall as the view.
+  const int rest = std::max(0, centralWidget()->height() - settings);
+  resizeDocks(docks, {settings, rest * 2 / 3, rest / 3}, Qt::Vertical);
+}
+
+void CalibMainWindow::showEvent(QShowEvent* event) {
+  ZorViewWindow::showEvent(event);
+  // The wizard hides the settings and the status; its close shares them.
+  if (!docksShared_ && !wizardShown()) shareRightDocks();
+}
 
 void CalibMainWindow::createAccelerators() {
   const auto key = [this](const QKeySequence& sequence, auto slot) {

@@ -123,6 +123,11 @@ void CalibMainWindow::closeWizard() {
   for (const QPointer<QWidget>& part : hiddenByWizard_)
     if (part && !(part == menuBar() && fullScreen_ == 1)) part->show();
   hiddenByWizard_.clear();
+  // A start in the wizard never showed the right-hand docks; they are shared
+  // once the layout has them back (the view is then as tall as the side).
+  QTimer::singleShot(0, this, [this] {
+    if (!docksShared_) shareRightDocks();
+  });
   menuBarWanted_ = true;
   updateControls();
 }

@@ -20,6 +20,7 @@
 #include "app/calib_main_window.h"
 #include "app/window_test_support.h"
 #include "calib/calib_wizard.h"
+#include "calib/calibration_feedback.h"
 #include "calib/status_panel.h"
 #include "link/capture_file.h"
 #include "link/zorsock_double.h"
@@ -142,10 +143,19 @@ TEST_F(WindowTest, MenusBarsAndDocksAsTheUserSeesThem) {
   EXPECT_EQ(offered, QStringList({"Settings", "Trackers"}));
 }
 
-TEST_F(WindowTest, DocksSharingASideStandOneAboveTheOther) {
+// The right-hand docks open with the settings whole and the status taller
+// than the feedback below it, so the run's figures show without scrolling;
+// docks dropped onto each other on one side are lined up again.
+TEST_F(WindowTest, DocksOpenSharedAndSharingASideStandOneAboveTheOther) {
   auto w = Make(options);
+  w->resize(1000, 800);
   w->show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+  QDockWidget* feedback = w->findChild<CalibrationFeedbackDock*>();
+  ASSERT_TRUE(feedback);
+  EXPECT_GE(w->settingsDock()->height(), w->settingsDock()->sizeHint().height());
+  EXPECT_GT(w->statusDock()->height(), 3 * feedback->height() / 2);
+  EXPECT_GT(w->statusDock()->height(), 280);
   w->tabifyDockWidget(w->statusDock(), w->settingsDock());  // dropped onto each other
   w->addDockWidget(Qt::LeftDockWidgetArea, w->settingsDock());
   w->addDockWidget(Qt::LeftDockWidgetArea, w->statusDock(), Qt::Horizontal);
@@ -207,6 +217,12 @@ TEST_F(WindowTest, StartModes) {
   EXPECT_FALSE(guided->wizardShown());
   EXPECT_FALSE(guided->menuBar()->isHidden() || guided->calibrationBar()->isHidden());
   EXPECT_FALSE(guided->statusDock()->isHidden() || guided->settingsDock()->isHidden());
+  const QDockWidget* feedback = guided->findChild<CalibrationFeedbackDock*>();
+  const auto shared = [&] {
+    return feedback->height() > 50 && guided->statusDock()->height() > feedback->height();
+  };
+  EXPECT_TRUE(zortest::RunUntil(shared, 5000))
+      << guided->statusDock()->height() << " " << feedback->height();
 }
 
 // --- Frame pump, connect, pause ---------------------------------------------------
@@ -541,8 +557,7 @@ TEST_F(WindowTest, DeliveredFramesReachTheViewAfterTheCalibration) {
   w->show();
   ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
   const uint32_t painted = view->frames();
-  QTest::qWait(5 * w->redrawInterval());
-  EXPECT_GT(view->frames(), painted);
+  EXPECT_TRUE(zortest::RunUntil([&] { return view->frames() > painted; }, 20 * 1000));
   view->makeCurrent();
   EXPECT_TRUE(glIsEnabled(GL_NORMALIZE));
   EXPECT_FALSE(glIsEnabled(GL_DITHER));

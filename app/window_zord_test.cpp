@@ -160,8 +160,7 @@ TEST_F(WindowZordTest, FrozenServerRefusesNestedCommandsAndIsReportedOnce) {
   EXPECT_EQ(boxes.size(), 1) << boxes.join("\n").toStdString();
   EXPECT_LT(window.view()->camera().distance, distance);
   EXPECT_TRUE(window.isVisible());
-  RunUntil([] { return false; }, 100);
-  EXPECT_FALSE(window.isVisible());
+  EXPECT_TRUE(RunUntil([&] { return !window.isVisible(); }, 5000));
 
   // Frozen under a streaming session.
   window.show();
@@ -182,7 +181,8 @@ TEST_F(WindowZordTest, FrozenServerRefusesNestedCommandsAndIsReportedOnce) {
 
 // File > Export Calibration writes what the server's own export writes: the
 // YAML reloads with cv::FileStorage to the same numbers, the JSON is the same
-// document; not connected or an unwritable place says so in a box.
+// document; not connected, an unwritable place or no calibrated camera says
+// so in a box.
 TEST_F(WindowZordTest, ExportWritesTheServersOwnCalibration) {
   zortest::ZordProcess zord({"--scene", DataPath("scenes/calibrated.json")});
   ASSERT_TRUE(zord.Start()) << zord.error();
@@ -229,6 +229,19 @@ TEST_F(WindowZordTest, ExportWritesTheServersOwnCalibration) {
         EXPECT_DOUBLE_EQ(m.at<double>(static_cast<int>(i)), cam[field][i].get<double>()) << key;
     }
   }
+
+  // With the calibration reset the server has nothing to export: the box
+  // says so and the file written before is left as it was.
+  testing::internal::CaptureStdout();
+  window.entry(CalibMainWindow::kResetCalibration)->trigger();
+  testing::internal::GetCapturedStdout();
+  file = dir.File("rig.json");
+  window.sl_ExportCalibration();
+  ASSERT_EQ(boxes.size(), 3);
+  EXPECT_TRUE(boxes[2].startsWith("Export Calibration: The server has no calibration to export"))
+      << boxes[2].toStdString();
+  std::ifstream kept(dir.File("rig.json"));
+  EXPECT_EQ(nlohmann::json::parse(kept), own);
 }
 
 }  // namespace

@@ -91,7 +91,7 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     const int frames = static_cast<int>(8 * calib.frequency);
     ASSERT_TRUE(RunUntil([&] { return calib.lastFrame - calib.captureStart >= frames; }, 60000));
     // The capture's coverage on the page and over each camera in the 2D view.
-    ASSERT_TRUE(RunUntil([&] { return window->view()->calibration.showCoverage; }, 2000));
+    ASSERT_TRUE(RunUntil([&] { return window->view()->calibration.showCoverage; }, 10000));
     EXPECT_EQ(window->view()->calibration.coverage.size(), 8u);
     EXPECT_TRUE(wizard->feedbackView()->isVisible());
     EXPECT_TRUE(wizard->feedbackView()->toPlainText().contains("8 of 8 cameras ready"))
@@ -142,8 +142,6 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
     EXPECT_FALSE(window->wizardShown());
     EXPECT_FALSE(window->menuBar()->isHidden() || window->calibrationBar()->isHidden());
     EXPECT_TRUE(window->feedback()->coverageText().isEmpty());
-    if (auto* dock = window->findChild<CalibrationFeedbackDock*>()) dock->hide();
-    window->resizeDocks({window->statusDock()}, {520}, Qt::Vertical);  // as an operator drags it
     Shot(*window, "calibration-result.png");
   }
 

@@ -1,9 +1,12 @@
 #include "view/calibration_overlay.h"
 
 #include <GL/gl.h>
+#include <GL/glu.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
+#include <string>
 
 #include "view/gl_draw.h"
 
@@ -80,6 +83,50 @@ void DrawCoverage(const ZORCoverage& c, const ZORCoverageSummary& s, float sx, f
   gldraw::Text(sx + 6, sy + 6, 0, caption);
 }
 
+// Where a label `width` x `height` pixels starts (its lower left corner)
+// beside a round mark of radius `radius` at (x, y) in a view `viewWidth` x
+// `viewHeight`, all in window pixels with y up: right of the mark and below
+// its middle, on the left where the right has no room, always inside the view.
+struct LabelSpot {
+  float x, y;
+};
+LabelSpot PlaceLabel(float x, float y, float radius, float width, float height, float viewWidth,
+                     float viewHeight) {
+  const float gap = 4;
+  LabelSpot at{x + radius + gap, y - radius * 0.7f - height};
+  if (at.x + width > viewWidth - gap) at.x = x - radius - gap - width;
+  at.x = std::clamp(at.x, gap, std::max(gap, viewWidth - gap - width));
+  at.y = std::clamp(at.y, gap, std::max(gap, viewHeight - gap - height));
+  return at;
+}
+
+// "may have moved" beside the ring of a moved camera at scene point `p`,
+// placed in window pixels so that a camera near the view's edge keeps its
+// label readable inside the view.
+void MovedLabel(const Vec3& p, float marker, const GLdouble* modelView) {
+  static const std::string kText = "may have moved";
+  GLdouble projection[16];
+  GLint viewport[4];
+  glGetDoublev(GL_PROJECTION_MATRIX, projection);
+  glGetIntegerv(GL_VIEWPORT, viewport);
+  // The view's x axis in the scene reaches the ring's edge on the screen.
+  const Vec3 edge(p.x() + float(modelView[0]) * marker, p.y() + float(modelView[4]) * marker,
+                  p.z() + float(modelView[8]) * marker);
+  GLdouble cx, cy, cz, ex, ey, ez;
+  if (!gluProject(p.x(), p.y(), p.z(), modelView, projection, viewport, &cx, &cy, &cz) ||
+      !gluProject(edge.x(), edge.y(), edge.z(), modelView, projection, viewport, &ex, &ey, &ez))
+    return;
+  const float radius = float(std::hypot(ex - cx, ey - cy));
+  const LabelSpot at =
+      PlaceLabel(float(cx - viewport[0]), float(cy - viewport[1]), radius,
+                 float(gldraw::TextWidth(kText)), 10, float(viewport[2]), float(viewport[3]));
+  // The raster position starts at the camera (keeping its depth) and moves
+  // by the offset in pixels to the label's corner.
+  glRasterPos3f(p.x(), p.y(), p.z());
+  glBitmap(0, 0, 0, 0, float(at.x - (cx - viewport[0])), float(at.y - (cy - viewport[1])), nullptr);
+  gldraw::TextHere(kText);
+}
+
 }  // namespace
 
 void DrawCell2d(const CalibrationOverlay& o, int32_t camera, float sx, float sy, float sw, float sh) {
@@ -139,7 +186,7 @@ void DrawScene3d(const CalibrationOverlay& o, const std::vector<ZORCamera>& came
     glLineWidth(3);
     gldraw::FacingRing(p, marker, modelView);
     glLineWidth(1);
-    gldraw::Text(p.x() + marker, p.y() - marker, p.z(), "may have moved");
+    MovedLabel(p, marker, modelView);
   }
   glPopAttrib();
 }

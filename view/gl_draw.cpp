@@ -144,6 +144,11 @@ bool TextAvailable() { return glutGet(GLUT_INIT_STATE) != 0; }
 void Text(float x, float y, float z, const std::string& text) {
   if (text.empty() || !TextAvailable()) return;
   glRasterPos3f(x, y, z);
+  TextHere(text);
+}
+
+void TextHere(const std::string& text) {
+  if (text.empty() || !TextAvailable()) return;
   glutBitmapString(TextFont(), reinterpret_cast<const unsigned char*>(text.c_str()));
 }
 

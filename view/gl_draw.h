@@ -47,6 +47,8 @@ void Colour4(const Colour& c);
 bool TextAvailable();
 // Text at a scene point ("Helvetica" at the nearest bitmap size).
 void Text(float x, float y, float z, const std::string& text);
+// Text at the current raster position.
+void TextHere(const std::string& text);
 int TextWidth(const std::string& text);
 
 // Flat shapes in the XZ plane (y = 0) around the origin.

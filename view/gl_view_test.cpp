@@ -82,15 +82,23 @@ class ViewHarness : public testing::Test {
     scene.cameras = 4;
     scene.Fill(session_, 1);
   }
-  // Pixels of a camera's cell in the 2D view that `is` takes, after a repaint.
-  int CountInCell(int cell, const std::function<bool(QColor)>& is) {
+  // Pixels in `area` of the view that `is` takes, after a repaint.
+  int Count(const std::function<bool(QColor)>& is, QRect area) {
     Repaint();
     const QImage shot = view_->grabFramebuffer();
-    const int w = shot.width() / 2, h = shot.height() / 2;
+    area = area.intersected(shot.rect());
     int n = 0;
-    for (int y = (cell / 2) * h; y < (cell / 2 + 1) * h; ++y)
-      for (int x = (cell % 2) * w; x < (cell % 2 + 1) * w; ++x) n += is(shot.pixelColor(x, y));
+    for (int y = area.top(); y <= area.bottom(); ++y)
+      for (int x = area.left(); x <= area.right(); ++x) n += is(shot.pixelColor(x, y));
     return n;
+  }
+  int Count(const std::function<bool(QColor)>& is) {
+    return Count(is, QRect(0, 0, view_->pixelWidth(), view_->pixelHeight()));
+  }
+  // The same in a camera's cell of the 2D view's 2 x 2 grid.
+  int CountInCell(int cell, const std::function<bool(QColor)>& is) {
+    const int w = view_->pixelWidth() / 2, h = view_->pixelHeight() / 2;
+    return Count(is, QRect((cell % 2) * w, (cell / 2) * h, w, h));
   }
 
   std::unique_ptr<QWidget> window_;
@@ -282,21 +290,38 @@ TEST_F(ViewHarness, WeakCameraPairIsLinkedInRed) {
   o.summary.min_shared_frames = 10;
   o.coverage.resize(2);
   o.coverage[1].camera = 1;
-  const auto redPixels = [&] {
-    Repaint();
-    const QImage shot = view_->grabFramebuffer();
-    int n = 0;
-    for (int y = 0; y < shot.height(); ++y)
-      for (int x = 0; x < shot.width(); ++x) {
-        const QColor c = shot.pixelColor(x, y);
-        n += c.red() > 180 && c.green() < 90 && c.blue() < 90;
-      }
-    return n;
-  };
+  const auto red = [](QColor c) { return c.red() > 180 && c.green() < 90 && c.blue() < 90; };
   o.shared = {0, 3, 3, 0};
-  EXPECT_GT(redPixels(), 300);
+  EXPECT_GT(Count(red), 300);
   o.shared = {0, 30, 30, 0};
-  EXPECT_EQ(redPixels(), 0);
+  EXPECT_EQ(Count(red), 0);
+}
+
+// A moved camera's label sits beside its ring on the side with room: near
+// the right edge of the view it goes to the left of the ring, near the left
+// edge to the right, so that it is never cut off.
+TEST_F(ViewHarness, MovedCameraLabelStaysInsideTheView) {
+  session_.markers.clear();
+  view_->draw.cameraAxes = false;
+  view_->calibration.moved = {{0, 1, 2.0f, 0.2f}};
+  const float s = view_->PositionScale(), marker = 120 * view_->viewScale();
+  const auto at = [&](float xMm) { return ToScreen(Vec3(xMm * s, 1000 * s, 0)); };
+  const float mmPerPixel = 1000.0f / float(at(1000).x() - at(0).x());
+  const auto orange = [](QColor c) {
+    return c.red() > 200 && c.green() > 80 && c.green() < 150 && c.blue() < 40;
+  };
+  for (const bool nearRight : {true, false}) {
+    const float x = float((nearRight ? view_->width() - 30 : 30) - at(0).x()) * mmPerPixel;
+    session_.cameras = {{0, {x, 1000, 0, 1, 0, 0, 0}, 0.3f, 0}};
+    const QPoint centre = at(x);
+    const int ring = ToScreen(Vec3(x * s + marker, 1000 * s, 0)).x() - centre.x() + 2;
+    // Orange pixels beyond the ring on its left and on its right.
+    const int top = centre.y() - 3 * ring, rows = 6 * ring, w = view_->pixelWidth();
+    const int left = Count(orange, QRect(0, top, centre.x() - ring, rows));
+    const int right = Count(orange, QRect(centre.x() + ring + 1, top, w, rows));
+    EXPECT_GT(nearRight ? left : right, 40) << nearRight;
+    EXPECT_EQ(nearRight ? right : left, 0) << nearRight;
+  }
 }
 
 TEST_F(ViewHarness, RingsTurnASelectedRigidBody) {
