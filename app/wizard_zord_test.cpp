@@ -158,7 +158,10 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
   EXPECT_EQ(Calib(*window).quality, 0) << "never calibrated";
   const std::vector<Vector3d> after = CameraPositions(*window);
   ASSERT_EQ(after.size(), calibrated.size());
-  for (size_t i = 0; i < after.size(); ++i) EXPECT_LT((after[i] - calibrated[i]).norm(), 3.0) << i;
+  // Each alignment takes its three points from single frames, each known to a
+  // few tenths of a millimetre: over arms of half a metre that turns a camera
+  // 3-4 m away by up to a few millimetres between two alignments.
+  for (size_t i = 0; i < after.size(); ++i) EXPECT_LT((after[i] - calibrated[i]).norm(), 6.0) << i;
   EXPECT_TRUE(boxes.isEmpty()) << boxes.join("\n").toStdString();
 }
 
