@@ -163,6 +163,8 @@ class SimEngine : public Engine {
   std::vector<uint8_t> replay_taken_;
   std::optional<int> calibration_owner_;  // session whose run is working
   MessageQueue messages_;
+  std::vector<std::string> final_messages_;  // the last pass's report, told with its result
+  static constexpr int kLastPass = 4;
   std::vector<float> result_floats_ = {0, 0, 0, 0, -1, 0, 0};  // ZOR_CALIB_RESULT: none yet
   std::vector<ZORCameraWatch> watch_;  // ZOR_CAMERA_WATCH, as the clock thread last judged
   int successful_runs_ = 0;

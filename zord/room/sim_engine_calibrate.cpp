@@ -44,6 +44,7 @@ int SimEngine::StartCalibration(const ClientContext& who, int quality) {
   for (const SceneCamera& cam : scene_->cameras) capture_->nominal.push_back(cam.nominal);
 
   calibrating_ = true;
+  final_messages_.clear();
   calibration_owner_ = who.session;
   working_owner_ = who.session;
   const int session = who.session;
@@ -52,6 +53,12 @@ int SimEngine::StartCalibration(const ClientContext& who, int quality) {
       [this](const PassReport& report) {
         std::lock_guard lock(mutex_);
         if (calibration_job_.Cancelled()) return;
+        // The last pass's success is told once its result is in place: a
+        // client saves on it, and must save the new calibration.
+        if (report.success && report.pass == kLastPass) {
+          final_messages_ = report.Messages();
+          return;
+        }
         for (const std::string& message : report.Messages()) messages_.push_back(message);
       },
       [this, session, capture = capture_](const CalibrationResult& result) {
@@ -66,6 +73,8 @@ void SimEngine::FinishCalibration(const CalibrationResult& result, const WandLen
   std::lock_guard lock(mutex_);
   calibrating_ = false;
   calibration_owner_.reset();
+  std::vector<std::string> final_messages;
+  final_messages.swap(final_messages_);
   if (result.status != SolveStatus::kSuccess || calibration_job_.Cancelled()) return;
   // What the solve left out, for the operator's log (the pass messages keep their form).
   std::cerr << "zord: calibrated from " << result.samples_used << " detections in "
@@ -83,6 +92,7 @@ void SimEngine::FinishCalibration(const CalibrationResult& result, const WandLen
   current_ = working_;  // kept beyond the session until a save or a new solve
   working_owner_ = session;
   RebuildRig();
+  for (const std::string& message : final_messages) messages_.push_back(message);
 }
 
 void SimEngine::CancelCalibration() {
