@@ -155,6 +155,14 @@ class CalibrationZordTest : public WindowFixture {
   }
   // Every camera above the floor and where the truth has it in the room frame.
   void ExpectCamerasOnTruth(CalibMainWindow& window, const Truth& truth, double mm) {
+    // Right after a save the client may still be handed the cameras it had
+    // before for a moment: wait for the saved ones, then judge.
+    RunUntil([&] {
+      const std::vector<Eigen::Vector3d> now = CameraPositions(window);
+      for (size_t i = 0; i < now.size() && i < truth.cameras.size(); ++i)
+        if ((now[i] - truth.inFrame(truth.cameras[i])).norm() > mm) return false;
+      return !now.empty();
+    }, 8000);
     const std::vector<Eigen::Vector3d> shown = CameraPositions(window);
     ASSERT_EQ(shown.size(), truth.cameras.size());
     for (size_t i = 0; i < shown.size(); ++i) {

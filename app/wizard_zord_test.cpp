@@ -156,6 +156,12 @@ TEST_F(WizardZordTest, ContinuingPageByPageCalibratesAlignsAndSavesThenAlignment
   ASSERT_TRUE(Calib(*window).aligning);
   ASSERT_NO_FATAL_FAILURE(AlignOnTheFrame(*window, address));
   EXPECT_EQ(Calib(*window).quality, 0) << "never calibrated";
+  RunUntil([&] {
+    const std::vector<Vector3d> now = CameraPositions(*window);
+    for (size_t i = 0; i < now.size() && i < calibrated.size(); ++i)
+      if ((now[i] - calibrated[i]).norm() > 6.0) return false;
+    return now.size() == calibrated.size();
+  }, 8000);
   const std::vector<Vector3d> after = CameraPositions(*window);
   ASSERT_EQ(after.size(), calibrated.size());
   // Each alignment takes its three points from single frames, each known to a
